@@ -1,0 +1,275 @@
+#include "emulator/board.h"
+
+#include <cstring>
+#include <fstream>
+#include <sstream>
+
+#include "emulator/board_json.h"
+
+namespace qor::emu {
+
+extern const char kBuiltInBoardJson[];
+
+const std::vector<std::string> kProtocolNames = {
+    "json", "quickTrans", "spi", "debugPrint", "pcd", "piPcd",
+};
+
+bool PcdExKey::operator<(const PcdExKey &Other) const {
+  int Order = std::memcmp(&TokenSpace, &Other.TokenSpace, sizeof(EFI_GUID));
+  if (Order != 0) return Order < 0;
+  return Token < Other.Token;
+}
+
+namespace {
+
+const EFI_GUID kCustomerIdTokenSpace = {0xC9708650, 0xD794, 0x4988, {0xAB, 0x29, 0xFC, 0xAE, 0xD6, 0x2C, 0x65, 0xE1}};
+constexpr size_t kMrcPpinCount = 4;
+constexpr size_t kMrcSocketResultBytes = 4 * 90;
+
+// Lays Overlay over Base: objects merge member by member, anything else
+// (arrays included) replaces.
+void MergeInto(rapidjson::Value &Base, const rapidjson::Value &Overlay, rapidjson::Document::AllocatorType &Alloc) {
+  if (!Base.IsObject() || !Overlay.IsObject()) {
+    Base.CopyFrom(Overlay, Alloc);
+    return;
+  }
+  for (auto It = Overlay.MemberBegin(); It != Overlay.MemberEnd(); ++It) {
+    auto Existing = Base.FindMember(It->name);
+    if (Existing == Base.MemberEnd()) {
+      rapidjson::Value Name(It->name, Alloc);
+      rapidjson::Value Value(It->value, Alloc);
+      Base.AddMember(Name, Value, Alloc);
+    } else {
+      MergeInto(Existing->value, It->value, Alloc);
+    }
+  }
+}
+
+void ParsePcd(const JsonField &Pcd, Board *Out) {
+  Pcd.AllowOnly({"tokens", "customerId", "dynamicEx"});
+  if (auto Tokens = Pcd.Optional("tokens")) {
+    for (auto &[Key, Value] : Tokens->Members()) {
+      rapidjson::Value KeyText(Key.c_str(), static_cast<rapidjson::SizeType>(Key.size()));
+      uint64_t Token = JsonField(KeyText, Tokens->Path() + "[key " + Key + "]").Uint();
+      PcdValue Entry;
+      if (Value.IsNull()) {
+        Out->Pcds.erase(Token);
+        continue;
+      }
+      if (Value.IsString() && !(Value.String().rfind("0x", 0) == 0 && Value.String().size() > 2 &&
+                                Value.String().find_first_not_of("0123456789abcdefABCDEF_", 2) == std::string::npos)) {
+        Entry.IsText = true;
+        Entry.Text = Value.String();
+      } else {
+        Entry.Number = Value.Uint();
+      }
+      Out->Pcds[Token] = Entry;
+    }
+  }
+  if (auto CustomerId = Pcd.Optional("customerId")) {
+    Out->PcdsEx[{kCustomerIdTokenSpace, 2}] = CustomerId->Uint(255);
+  }
+  if (auto DynamicEx = Pcd.Optional("dynamicEx")) {
+    for (const JsonField &Entry : DynamicEx->Elements()) {
+      Entry.AllowOnly({"tokenSpace", "token", "value"});
+      Out->PcdsEx[{Entry.At("tokenSpace").Guid(), Entry.At("token").Uint()}] = Entry.At("value").Uint();
+    }
+  }
+}
+
+std::vector<uint8_t> ParseMrcData(const JsonField &Mrc) {
+  Mrc.AllowOnly({"ppins", "socketResults", "raw"});
+  if (auto Raw = Mrc.Optional("raw")) return Raw->Bytes();
+  std::vector<uint8_t> Data(kMrcPpinCount * 8 + kMrcSocketResultBytes, 0);
+  if (auto Ppins = Mrc.Optional("ppins")) {
+    auto Elements = Ppins->Elements();
+    if (Elements.size() > kMrcPpinCount) Ppins->Fail("at most 4 PPINs");
+    for (size_t I = 0; I < Elements.size(); I++) {
+      uint64_t Ppin = Elements[I].Uint();
+      std::memcpy(Data.data() + I * 8, &Ppin, 8);
+    }
+  }
+  if (auto Results = Mrc.Optional("socketResults")) {
+    std::vector<uint8_t> Bytes = Results->Bytes();
+    if (Bytes.size() > kMrcSocketResultBytes) Results->Fail("at most 360 bytes of socket results");
+    std::memcpy(Data.data() + kMrcPpinCount * 8, Bytes.data(), Bytes.size());
+  }
+  return Data;
+}
+
+void ParseHobs(const JsonField &Hobs, Board *Out) {
+  Hobs.AllowOnly({"mrcData", "guidHobs"});
+  if (auto Mrc = Hobs.Optional("mrcData")) {
+    if (Mrc->IsNull()) {
+      Out->MrcData.reset();
+    } else {
+      Out->MrcData = ParseMrcData(*Mrc);
+    }
+  }
+  if (auto Guided = Hobs.Optional("guidHobs")) {
+    Out->GuidHobs.clear();
+    for (const JsonField &Entry : Guided->Elements()) {
+      Entry.AllowOnly({"guid", "data"});
+      Out->GuidHobs.push_back({Entry.At("guid").Guid(), Entry.At("data").Bytes()});
+    }
+  }
+}
+
+void ParseVariables(const JsonField &Variables, Board *Out) {
+  Out->Variables.clear();
+  for (const JsonField &Entry : Variables.Elements()) {
+    Entry.AllowOnly({"name", "guid", "attributes", "data", "size"});
+    Variable Value;
+    Value.Name = ToU16(Entry.At("name").String());
+    if (Value.Name.empty()) Entry.At("name").Fail("a non-empty variable name");
+    Value.Guid = Entry.At("guid").Guid();
+    Value.Attributes = static_cast<uint32_t>(Entry.Optional("attributes") ? Entry.At("attributes").Uint(0xFFFFFFFF)
+                                                                          : 0x7);
+    if (auto Data = Entry.Optional("data")) Value.Data = Data->Bytes();
+    if (auto Size = Entry.Optional("size")) {
+      uint64_t Wanted = Size->Uint(1 << 20);
+      if (Wanted < Value.Data.size()) Size->Fail("a size not below the length of \"data\"");
+      Value.Data.resize(Wanted, 0);
+    }
+    Out->Variables.push_back(std::move(Value));
+  }
+}
+
+std::vector<std::string> ParseNames(const JsonField &List, const std::vector<std::string> &Allowed) {
+  std::vector<std::string> Out;
+  for (const JsonField &Entry : List.Elements()) {
+    std::string Name = Entry.String();
+    bool Known = Allowed.empty();
+    for (const auto &Candidate : Allowed) Known = Known || Candidate == Name;
+    if (!Known) {
+      std::string Choices;
+      for (const auto &Candidate : Allowed) Choices += (Choices.empty() ? "" : ", ") + Candidate;
+      Entry.Fail("one of: " + Choices);
+    }
+    Out.push_back(Name);
+  }
+  return Out;
+}
+
+void ParseTriggers(const JsonField &Triggers, Board *Out) {
+  Triggers.AllowOnly({"beforeEntry", "order"});
+  const std::vector<std::string> Names = {"fill", "readyToLock", "late"};
+  if (auto Before = Triggers.Optional("beforeEntry")) Out->Triggers.BeforeEntry = ParseNames(*Before, Names);
+  if (auto Order = Triggers.Optional("order")) Out->Triggers.Order = ParseNames(*Order, Names);
+}
+
+void ParseFaults(const JsonField &Faults, Board *Out) {
+  Faults.AllowOnly({"failAllocation", "missingProtocols", "failVariableGet", "failVariableSet", "sendFileStatus",
+                    "jsonStatus"});
+  if (auto Alloc = Faults.Optional("failAllocation")) {
+    Out->Faults.FailAllocations.clear();
+    for (const JsonField &Entry : Alloc->Elements()) {
+      uint64_t Ordinal = Entry.Uint();
+      if (Ordinal == 0) Entry.Fail("a 1-based allocation ordinal");
+      Out->Faults.FailAllocations.push_back(Ordinal);
+    }
+  }
+  if (auto Missing = Faults.Optional("missingProtocols")) {
+    Out->Faults.MissingProtocols = ParseNames(*Missing, kProtocolNames);
+  }
+  if (auto Get = Faults.Optional("failVariableGet")) Out->Faults.FailVariableGet = ParseNames(*Get, {});
+  if (auto Set = Faults.Optional("failVariableSet")) Out->Faults.FailVariableSet = ParseNames(*Set, {});
+  if (auto Send = Faults.Optional("sendFileStatus")) Out->Faults.SendFileStatus = Send->Status();
+  if (auto Json = Faults.Optional("jsonStatus")) Out->Faults.JsonStatus = Json->Status();
+}
+
+void ParseBoardObject(const JsonField &Root, Board *Out) {
+  Root.AllowOnly({"base", "name", "pcd", "cpu", "pch", "mmio", "ioPorts", "hobs", "variables", "flash",
+                  "debugPrint", "triggers", "faults"});
+  if (auto Name = Root.Optional("name")) Out->Name = Name->String();
+  if (auto Pcd = Root.Optional("pcd")) ParsePcd(*Pcd, Out);
+  if (auto Cpu = Root.Optional("cpu")) {
+    Cpu->AllowOnly({"msr"});
+    if (auto Msr = Cpu->Optional("msr")) {
+      for (auto &[Key, Value] : Msr->Members()) {
+        rapidjson::Value KeyText(Key.c_str(), static_cast<rapidjson::SizeType>(Key.size()));
+        Out->Msrs[static_cast<uint32_t>(JsonField(KeyText, Msr->Path() + "[key " + Key + "]").Uint(0xFFFFFFFF))] =
+            Value.Uint();
+      }
+    }
+  }
+  if (auto Pch = Root.Optional("pch")) {
+    Pch->AllowOnly({"deviceId", "revisionId"});
+    if (auto Id = Pch->Optional("deviceId")) Out->PchDeviceId = static_cast<uint16_t>(Id->Uint(0xFFFF));
+    if (auto Rev = Pch->Optional("revisionId")) Out->PchRevisionId = static_cast<uint8_t>(Rev->Uint(0xFF));
+  }
+  if (auto Mmio = Root.Optional("mmio")) {
+    for (auto &[Key, Value] : Mmio->Members()) {
+      rapidjson::Value KeyText(Key.c_str(), static_cast<rapidjson::SizeType>(Key.size()));
+      Out->MmioBytes[JsonField(KeyText, Mmio->Path() + "[key " + Key + "]").Uint()] =
+          static_cast<uint8_t>(Value.Uint(0xFF));
+    }
+  }
+  if (auto Io = Root.Optional("ioPorts")) {
+    for (auto &[Key, Value] : Io->Members()) {
+      rapidjson::Value KeyText(Key.c_str(), static_cast<rapidjson::SizeType>(Key.size()));
+      Out->IoPorts[static_cast<uint16_t>(JsonField(KeyText, Io->Path() + "[key " + Key + "]").Uint(0xFFFF))] =
+          static_cast<uint8_t>(Value.Uint(0xFF));
+    }
+  }
+  if (auto Hobs = Root.Optional("hobs")) ParseHobs(*Hobs, Out);
+  if (auto Variables = Root.Optional("variables")) ParseVariables(*Variables, Out);
+  if (auto Flash = Root.Optional("flash")) {
+    Flash->AllowOnly({"id"});
+    if (auto Id = Flash->Optional("id")) {
+      Out->FlashId = Id->Bytes();
+      if (Out->FlashId.size() > 4) Id->Fail("at most 4 identification bytes");
+      Out->FlashId.resize(4, 0);
+    }
+  }
+  if (auto Debug = Root.Optional("debugPrint")) {
+    Debug->AllowOnly({"revision"});
+    if (auto Revision = Debug->Optional("revision")) Out->DebugPrintRevision = Revision->Uint();
+  }
+  if (auto Triggers = Root.Optional("triggers")) ParseTriggers(*Triggers, Out);
+  if (auto Faults = Root.Optional("faults")) ParseFaults(*Faults, Out);
+}
+
+}  // namespace
+
+namespace {
+Board ParseOverBase(const std::string &JsonText, bool IsBuiltIn) {
+  rapidjson::Document Overlay;
+  ParseBoardDocument(JsonText, &Overlay);
+  std::string Base = "builtin";
+  if (Overlay.HasMember("base")) Base = JsonField(Overlay["base"], "board.base").String();
+  if (Base != "builtin" && Base != "empty") {
+    throw BoardError("board.base: expected \"builtin\" or \"empty\", got \"" + Base + "\"");
+  }
+  rapidjson::Document Merged;
+  if (Base == "builtin" && !IsBuiltIn) {
+    ParseBoardDocument(BuiltInBoardJson(), &Merged);
+    MergeInto(Merged, Overlay, Merged.GetAllocator());
+  } else {
+    Merged.CopyFrom(Overlay, Merged.GetAllocator());
+  }
+  Board Out;
+  ParseBoardObject(JsonField(Merged, "board"), &Out);
+  return Out;
+}
+}  // namespace
+
+Board ParseBoard(const std::string &JsonText) { return ParseOverBase(JsonText, false); }
+
+Board LoadBoardFile(const std::string &Path) {
+  std::ifstream In(Path, std::ios::binary);
+  if (!In) throw BoardError(Path + ": cannot be read");
+  std::stringstream Text;
+  Text << In.rdbuf();
+  try {
+    return ParseBoard(Text.str());
+  } catch (const BoardError &Error) {
+    throw BoardError(Path + ": " + Error.what());
+  }
+}
+
+const char *BuiltInBoardJson() { return kBuiltInBoardJson; }
+
+Board BuiltInBoard() { return ParseOverBase(BuiltInBoardJson(), true); }
+
+}  // namespace qor::emu

@@ -1,0 +1,50 @@
+// One emulated boot: a fresh firmware and platform from the board, a freshly
+// loaded driver, its entry, then the trigger protocols in the board's order.
+// Everything the driver produced is returned.
+#ifndef QOR_EMULATOR_BOOT_H_
+#define QOR_EMULATOR_BOOT_H_
+
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "emulator/board.h"
+#include "emulator/firmware.h"
+#include "emulator/platform.h"
+#include "emulator/pool.h"
+#include "emulator/variable_store.h"
+
+namespace qor::emu {
+
+struct BootResult {
+  EFI_STATUS EntryStatus = EFI_NOT_STARTED;
+  std::vector<Upload> Uploads;
+  std::vector<DebugLine> DebugLines;
+  std::string DebugLog;
+  std::vector<ResetRecord> Resets;  // at most one: a reset ends the boot
+  std::vector<std::string> TriggersInstalled;
+  std::vector<VariableWrite> VariableWrites;
+  std::vector<Variable> VariablesAfter;
+  PoolCounters Pool;
+  uint64_t AllocationsHeldAtEnd = 0;
+  std::map<std::string, uint64_t> ServiceCalls;
+  uint64_t CpuAccesses = 0;
+  std::set<std::string> UnknownPcdTokens;
+
+  // The last upload of this name, or nullptr.
+  const Upload *FindUpload(const std::string &Name) const;
+  bool EndedInReset() const { return !Resets.empty(); }
+};
+
+// Runs one boot. Variables, when given, replace the board's initial store
+// (the non-volatile variables carried over from a previous boot).
+BootResult RunBoot(const Board &Board, const std::vector<Variable> *Variables = nullptr,
+                   const std::string &DriverPath = "");
+// Runs Count boots in a row, carrying non-volatile variables across each
+// reset or boot, dropping volatile ones.
+std::vector<BootResult> RunBoots(const Board &Board, int Count, const std::string &DriverPath = "");
+
+}  // namespace qor::emu
+
+#endif  // QOR_EMULATOR_BOOT_H_

@@ -1,0 +1,741 @@
+#include "emulator/firmware.h"
+
+#include <zlib.h>
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstring>
+
+namespace qor::emu {
+
+namespace {
+
+Firmware *gCurrent = nullptr;
+
+bool SameGuid(const EFI_GUID &A, const EFI_GUID &B) { return std::memcmp(&A, &B, sizeof(EFI_GUID)) == 0; }
+
+Firmware &Fw() { return *Firmware::Current(); }
+
+// ---- boot services entry points ----
+EFI_TPL EFIAPI BsRaiseTpl(EFI_TPL NewTpl) { return Fw().RaiseTpl(NewTpl); }
+VOID EFIAPI BsRestoreTpl(EFI_TPL OldTpl) { Fw().RestoreTpl(OldTpl); }
+EFI_STATUS EFIAPI BsAllocatePages(EFI_ALLOCATE_TYPE, EFI_MEMORY_TYPE, UINTN, EFI_PHYSICAL_ADDRESS *) {
+  Fw().Count("AllocatePages");
+  return EFI_UNSUPPORTED;
+}
+EFI_STATUS EFIAPI BsFreePages(EFI_PHYSICAL_ADDRESS, UINTN) {
+  Fw().Count("FreePages");
+  return EFI_UNSUPPORTED;
+}
+EFI_STATUS EFIAPI BsGetMemoryMap(UINTN *MapSize, EFI_MEMORY_DESCRIPTOR *Map, UINTN *MapKey, UINTN *DescriptorSize,
+                                 UINT32 *DescriptorVersion) {
+  return Fw().GetMemoryMap(MapSize, Map, MapKey, DescriptorSize, DescriptorVersion);
+}
+EFI_STATUS EFIAPI BsAllocatePool(EFI_MEMORY_TYPE Type, UINTN Size, VOID **Buffer) {
+  return Fw().AllocatePool(Type, Size, Buffer);
+}
+EFI_STATUS EFIAPI BsFreePool(VOID *Buffer) { return Fw().FreePool(Buffer); }
+EFI_STATUS EFIAPI BsCreateEvent(UINT32 Type, EFI_TPL NotifyTpl, EFI_EVENT_NOTIFY Notify, VOID *Context,
+                                EFI_EVENT *Event) {
+  return Fw().CreateEvent(Type, NotifyTpl, Notify, Context, Event);
+}
+EFI_STATUS EFIAPI BsSetTimer(EFI_EVENT, EFI_TIMER_DELAY, UINT64) {
+  Fw().Count("SetTimer");
+  return EFI_UNSUPPORTED;
+}
+EFI_STATUS EFIAPI BsWaitForEvent(UINTN, EFI_EVENT *, UINTN *) {
+  Fw().Count("WaitForEvent");
+  return EFI_UNSUPPORTED;
+}
+EFI_STATUS EFIAPI BsSignalEvent(EFI_EVENT Event) { return Fw().SignalEvent(Event); }
+EFI_STATUS EFIAPI BsCloseEvent(EFI_EVENT Event) { return Fw().CloseEvent(Event); }
+EFI_STATUS EFIAPI BsCheckEvent(EFI_EVENT Event) { return Fw().CheckEvent(Event); }
+EFI_STATUS EFIAPI BsInstallProtocolInterface(EFI_HANDLE *Handle, EFI_GUID *Protocol, EFI_INTERFACE_TYPE Type,
+                                             VOID *Interface) {
+  Fw().Count("InstallProtocolInterface");
+  if (Handle == nullptr || Protocol == nullptr || Type != EFI_NATIVE_INTERFACE) return EFI_INVALID_PARAMETER;
+  return Fw().InstallProtocol(Handle, *Protocol, Interface);
+}
+EFI_STATUS EFIAPI BsReinstallProtocolInterface(EFI_HANDLE Handle, EFI_GUID *Protocol, VOID *Old, VOID *New) {
+  Fw().Count("ReinstallProtocolInterface");
+  if (Protocol == nullptr) return EFI_INVALID_PARAMETER;
+  return Fw().ReinstallProtocol(Handle, *Protocol, Old, New);
+}
+EFI_STATUS EFIAPI BsUninstallProtocolInterface(EFI_HANDLE Handle, EFI_GUID *Protocol, VOID *Interface) {
+  Fw().Count("UninstallProtocolInterface");
+  if (Protocol == nullptr) return EFI_INVALID_PARAMETER;
+  return Fw().UninstallProtocol(Handle, *Protocol, Interface);
+}
+EFI_STATUS EFIAPI BsHandleProtocol(EFI_HANDLE Handle, EFI_GUID *Protocol, VOID **Interface) {
+  return Fw().HandleProtocol(Handle, Protocol, Interface);
+}
+EFI_STATUS EFIAPI BsRegisterProtocolNotify(EFI_GUID *Protocol, EFI_EVENT Event, VOID **Registration) {
+  return Fw().RegisterProtocolNotify(Protocol, Event, Registration);
+}
+EFI_STATUS EFIAPI BsLocateHandle(EFI_LOCATE_SEARCH_TYPE SearchType, EFI_GUID *Protocol, VOID *SearchKey,
+                                 UINTN *BufferSize, EFI_HANDLE *Buffer) {
+  return Fw().LocateHandle(SearchType, Protocol, SearchKey, BufferSize, Buffer);
+}
+EFI_STATUS EFIAPI BsLocateDevicePath(EFI_GUID *Protocol, EFI_DEVICE_PATH_PROTOCOL **DevicePath, EFI_HANDLE *Device) {
+  return Fw().LocateDevicePath(Protocol, DevicePath, Device);
+}
+EFI_STATUS EFIAPI BsInstallConfigurationTable(EFI_GUID *Guid, VOID *Table) {
+  Fw().Count("InstallConfigurationTable");
+  if (Guid == nullptr) return EFI_INVALID_PARAMETER;
+  Fw().AddConfigurationTable(*Guid, Table);
+  return EFI_SUCCESS;
+}
+EFI_STATUS EFIAPI BsLoadImage(BOOLEAN, EFI_HANDLE, EFI_DEVICE_PATH_PROTOCOL *, VOID *, UINTN, EFI_HANDLE *) {
+  Fw().Count("LoadImage");
+  return EFI_UNSUPPORTED;
+}
+EFI_STATUS EFIAPI BsStartImage(EFI_HANDLE, UINTN *, CHAR16 **) {
+  Fw().Count("StartImage");
+  return EFI_UNSUPPORTED;
+}
+EFI_STATUS EFIAPI BsExit(EFI_HANDLE, EFI_STATUS, UINTN, CHAR16 *) {
+  Fw().Count("Exit");
+  return EFI_UNSUPPORTED;
+}
+EFI_STATUS EFIAPI BsUnloadImage(EFI_HANDLE) {
+  Fw().Count("UnloadImage");
+  return EFI_UNSUPPORTED;
+}
+EFI_STATUS EFIAPI BsExitBootServices(EFI_HANDLE, UINTN) {
+  Fw().Count("ExitBootServices");
+  return EFI_UNSUPPORTED;
+}
+EFI_STATUS EFIAPI BsGetNextMonotonicCount(UINT64 *Count) {
+  static UINT64 Counter = 0;
+  Fw().Count("GetNextMonotonicCount");
+  if (Count == nullptr) return EFI_INVALID_PARAMETER;
+  *Count = ++Counter;
+  return EFI_SUCCESS;
+}
+EFI_STATUS EFIAPI BsStall(UINTN) {
+  Fw().Count("Stall");
+  return EFI_SUCCESS;
+}
+EFI_STATUS EFIAPI BsSetWatchdogTimer(UINTN, UINT64, UINTN, CHAR16 *) {
+  Fw().Count("SetWatchdogTimer");
+  return EFI_SUCCESS;
+}
+EFI_STATUS EFIAPI BsConnectController(EFI_HANDLE, EFI_HANDLE *, EFI_DEVICE_PATH_PROTOCOL *, BOOLEAN) {
+  Fw().Count("ConnectController");
+  return EFI_NOT_FOUND;
+}
+EFI_STATUS EFIAPI BsDisconnectController(EFI_HANDLE, EFI_HANDLE, EFI_HANDLE) {
+  Fw().Count("DisconnectController");
+  return EFI_NOT_FOUND;
+}
+EFI_STATUS EFIAPI BsOpenProtocol(EFI_HANDLE Handle, EFI_GUID *Protocol, VOID **Interface, EFI_HANDLE, EFI_HANDLE,
+                                 UINT32 Attributes) {
+  Fw().Count("OpenProtocol");
+  if (Attributes == EFI_OPEN_PROTOCOL_TEST_PROTOCOL) {
+    VOID *Ignored = nullptr;
+    return Fw().HandleProtocol(Handle, Protocol, &Ignored);
+  }
+  return Fw().HandleProtocol(Handle, Protocol, Interface);
+}
+EFI_STATUS EFIAPI BsCloseProtocol(EFI_HANDLE, EFI_GUID *, EFI_HANDLE, EFI_HANDLE) {
+  Fw().Count("CloseProtocol");
+  return EFI_SUCCESS;
+}
+EFI_STATUS EFIAPI BsOpenProtocolInformation(EFI_HANDLE, EFI_GUID *, EFI_OPEN_PROTOCOL_INFORMATION_ENTRY **,
+                                            UINTN *) {
+  Fw().Count("OpenProtocolInformation");
+  return EFI_UNSUPPORTED;
+}
+EFI_STATUS EFIAPI BsProtocolsPerHandle(EFI_HANDLE, EFI_GUID ***, UINTN *) {
+  Fw().Count("ProtocolsPerHandle");
+  return EFI_UNSUPPORTED;
+}
+EFI_STATUS EFIAPI BsLocateHandleBuffer(EFI_LOCATE_SEARCH_TYPE SearchType, EFI_GUID *Protocol, VOID *SearchKey,
+                                       UINTN *NoHandles, EFI_HANDLE **Buffer) {
+  return Fw().LocateHandleBuffer(SearchType, Protocol, SearchKey, NoHandles, Buffer);
+}
+EFI_STATUS EFIAPI BsLocateProtocol(EFI_GUID *Protocol, VOID *Registration, VOID **Interface) {
+  return Fw().LocateProtocol(Protocol, Registration, Interface);
+}
+EFI_STATUS EFIAPI BsInstallMultipleProtocolInterfaces(EFI_HANDLE *Handle, ...) {
+  Fw().Count("InstallMultipleProtocolInterfaces");
+  if (Handle == nullptr) return EFI_INVALID_PARAMETER;
+  VA_LIST Marker;
+  VA_START(Marker, Handle);
+  EFI_STATUS Status = EFI_SUCCESS;
+  // Pairs of (GUID pointer, interface) up to a null GUID pointer.
+  for (;;) {
+    EFI_GUID *Guid = VA_ARG(Marker, EFI_GUID *);
+    if (Guid == nullptr) break;
+    VOID *Interface = VA_ARG(Marker, VOID *);
+    Status = Fw().InstallProtocol(Handle, *Guid, Interface);
+    if (EFI_ERROR(Status)) break;
+  }
+  VA_END(Marker);
+  return Status;
+}
+EFI_STATUS EFIAPI BsUninstallMultipleProtocolInterfaces(EFI_HANDLE Handle, ...) {
+  Fw().Count("UninstallMultipleProtocolInterfaces");
+  VA_LIST Marker;
+  VA_START(Marker, Handle);
+  EFI_STATUS Status = EFI_SUCCESS;
+  for (;;) {
+    EFI_GUID *Guid = VA_ARG(Marker, EFI_GUID *);
+    if (Guid == nullptr) break;
+    VOID *Interface = VA_ARG(Marker, VOID *);
+    Status = Fw().UninstallProtocol(Handle, *Guid, Interface);
+    if (EFI_ERROR(Status)) break;
+  }
+  VA_END(Marker);
+  return Status;
+}
+EFI_STATUS EFIAPI BsCalculateCrc32(VOID *Data, UINTN DataSize, UINT32 *Crc32) {
+  Fw().Count("CalculateCrc32");
+  if (Data == nullptr || DataSize == 0 || Crc32 == nullptr) return EFI_INVALID_PARAMETER;
+  uLong Crc = crc32(0L, Z_NULL, 0);
+  // zlib takes 32-bit lengths; feed large buffers in pieces.
+  const Bytef *Bytes = static_cast<const Bytef *>(Data);
+  while (DataSize > 0) {
+    uInt Piece = DataSize > 0x40000000 ? 0x40000000 : static_cast<uInt>(DataSize);
+    Crc = crc32(Crc, Bytes, Piece);
+    Bytes += Piece;
+    DataSize -= Piece;
+  }
+  *Crc32 = static_cast<UINT32>(Crc);
+  return EFI_SUCCESS;
+}
+VOID EFIAPI BsCopyMem(VOID *Destination, VOID *Source, UINTN Length) {
+  Fw().Count("CopyMem");
+  std::memmove(Destination, Source, Length);
+}
+VOID EFIAPI BsSetMem(VOID *Buffer, UINTN Size, UINT8 Value) {
+  Fw().Count("SetMem");
+  std::memset(Buffer, Value, Size);
+}
+EFI_STATUS EFIAPI BsCreateEventEx(UINT32 Type, EFI_TPL NotifyTpl, EFI_EVENT_NOTIFY Notify, CONST VOID *Context,
+                                  CONST EFI_GUID *, EFI_EVENT *Event) {
+  return Fw().CreateEvent(Type, NotifyTpl, Notify, const_cast<VOID *>(Context), Event);
+}
+
+// ---- runtime services entry points ----
+EFI_STATUS EFIAPI RtGetTime(EFI_TIME *Time, VOID *) {
+  Fw().Count("GetTime");
+  if (Time == nullptr) return EFI_INVALID_PARAMETER;
+  *Time = EFI_TIME{2026, 11, 21, 9, 0, 0, 0, 0, 0x7FF, 0, 0};
+  return EFI_SUCCESS;
+}
+EFI_STATUS EFIAPI RtUnsupportedSetTime(EFI_TIME *) { return EFI_UNSUPPORTED; }
+EFI_STATUS EFIAPI RtGetWakeupTime(BOOLEAN *, BOOLEAN *, EFI_TIME *) { return EFI_UNSUPPORTED; }
+EFI_STATUS EFIAPI RtSetWakeupTime(BOOLEAN, EFI_TIME *) { return EFI_UNSUPPORTED; }
+EFI_STATUS EFIAPI RtSetVirtualAddressMap(UINTN, UINTN, UINT32, EFI_MEMORY_DESCRIPTOR *) { return EFI_UNSUPPORTED; }
+EFI_STATUS EFIAPI RtConvertPointer(UINTN, VOID **) { return EFI_UNSUPPORTED; }
+EFI_STATUS EFIAPI RtGetVariable(CHAR16 *Name, EFI_GUID *Guid, UINT32 *Attributes, UINTN *DataSize, VOID *Data) {
+  Fw().Count("GetVariable");
+  return Fw().Variables().Get(Name, Guid, Attributes, DataSize, Data);
+}
+EFI_STATUS EFIAPI RtGetNextVariableName(UINTN *NameSize, CHAR16 *Name, EFI_GUID *Guid) {
+  Fw().Count("GetNextVariableName");
+  return Fw().Variables().GetNextName(NameSize, Name, Guid);
+}
+EFI_STATUS EFIAPI RtSetVariable(CHAR16 *Name, EFI_GUID *Guid, UINT32 Attributes, UINTN DataSize, VOID *Data) {
+  Fw().Count("SetVariable");
+  return Fw().Variables().Set(Name, Guid, Attributes, DataSize, Data);
+}
+EFI_STATUS EFIAPI RtGetNextHighMonotonicCount(UINT32 *) { return EFI_UNSUPPORTED; }
+VOID EFIAPI RtResetSystem(EFI_RESET_TYPE Type, EFI_STATUS Status, UINTN DataSize, VOID *Data) {
+  Fw().ResetSystem(Type, Status, DataSize, Data);
+}
+EFI_STATUS EFIAPI RtUpdateCapsule(VOID **, UINTN, EFI_PHYSICAL_ADDRESS) { return EFI_UNSUPPORTED; }
+EFI_STATUS EFIAPI RtQueryCapsuleCapabilities(VOID **, UINTN, UINT64 *, EFI_RESET_TYPE *) { return EFI_UNSUPPORTED; }
+EFI_STATUS EFIAPI RtQueryVariableInfo(UINT32, UINT64 *, UINT64 *, UINT64 *) { return EFI_UNSUPPORTED; }
+
+}  // namespace
+
+uint64_t ServiceCounters::TotalCalls() const {
+  uint64_t Total = 0;
+  for (const auto &Entry : Calls) Total += Entry.second;
+  return Total;
+}
+
+Firmware *Firmware::Current() { return gCurrent; }
+
+Firmware::Firmware() {
+  BootServices_.Hdr = {EFI_BOOT_SERVICES_SIGNATURE, 0x00020046, sizeof(EFI_BOOT_SERVICES), 0, 0};
+  BootServices_.RaiseTPL = BsRaiseTpl;
+  BootServices_.RestoreTPL = BsRestoreTpl;
+  BootServices_.AllocatePages = BsAllocatePages;
+  BootServices_.FreePages = BsFreePages;
+  BootServices_.GetMemoryMap = BsGetMemoryMap;
+  BootServices_.AllocatePool = BsAllocatePool;
+  BootServices_.FreePool = BsFreePool;
+  BootServices_.CreateEvent = BsCreateEvent;
+  BootServices_.SetTimer = BsSetTimer;
+  BootServices_.WaitForEvent = BsWaitForEvent;
+  BootServices_.SignalEvent = BsSignalEvent;
+  BootServices_.CloseEvent = BsCloseEvent;
+  BootServices_.CheckEvent = BsCheckEvent;
+  BootServices_.InstallProtocolInterface = BsInstallProtocolInterface;
+  BootServices_.ReinstallProtocolInterface = BsReinstallProtocolInterface;
+  BootServices_.UninstallProtocolInterface = BsUninstallProtocolInterface;
+  BootServices_.HandleProtocol = BsHandleProtocol;
+  BootServices_.RegisterProtocolNotify = BsRegisterProtocolNotify;
+  BootServices_.LocateHandle = BsLocateHandle;
+  BootServices_.LocateDevicePath = BsLocateDevicePath;
+  BootServices_.InstallConfigurationTable = BsInstallConfigurationTable;
+  BootServices_.LoadImage = BsLoadImage;
+  BootServices_.StartImage = BsStartImage;
+  BootServices_.Exit = BsExit;
+  BootServices_.UnloadImage = BsUnloadImage;
+  BootServices_.ExitBootServices = BsExitBootServices;
+  BootServices_.GetNextMonotonicCount = BsGetNextMonotonicCount;
+  BootServices_.Stall = BsStall;
+  BootServices_.SetWatchdogTimer = BsSetWatchdogTimer;
+  BootServices_.ConnectController = BsConnectController;
+  BootServices_.DisconnectController = BsDisconnectController;
+  BootServices_.OpenProtocol = BsOpenProtocol;
+  BootServices_.CloseProtocol = BsCloseProtocol;
+  BootServices_.OpenProtocolInformation = BsOpenProtocolInformation;
+  BootServices_.ProtocolsPerHandle = BsProtocolsPerHandle;
+  BootServices_.LocateHandleBuffer = BsLocateHandleBuffer;
+  BootServices_.LocateProtocol = BsLocateProtocol;
+  BootServices_.InstallMultipleProtocolInterfaces = BsInstallMultipleProtocolInterfaces;
+  BootServices_.UninstallMultipleProtocolInterfaces = BsUninstallMultipleProtocolInterfaces;
+  BootServices_.CalculateCrc32 = BsCalculateCrc32;
+  BootServices_.CopyMem = BsCopyMem;
+  BootServices_.SetMem = BsSetMem;
+  BootServices_.CreateEventEx = BsCreateEventEx;
+
+  RuntimeServices_.Hdr = {EFI_RUNTIME_SERVICES_SIGNATURE, 0x00020046, sizeof(EFI_RUNTIME_SERVICES), 0, 0};
+  RuntimeServices_.GetTime = RtGetTime;
+  RuntimeServices_.SetTime = RtUnsupportedSetTime;
+  RuntimeServices_.GetWakeupTime = RtGetWakeupTime;
+  RuntimeServices_.SetWakeupTime = RtSetWakeupTime;
+  RuntimeServices_.SetVirtualAddressMap = RtSetVirtualAddressMap;
+  RuntimeServices_.ConvertPointer = RtConvertPointer;
+  RuntimeServices_.GetVariable = RtGetVariable;
+  RuntimeServices_.GetNextVariableName = RtGetNextVariableName;
+  RuntimeServices_.SetVariable = RtSetVariable;
+  RuntimeServices_.GetNextHighMonotonicCount = RtGetNextHighMonotonicCount;
+  RuntimeServices_.ResetSystem = RtResetSystem;
+  RuntimeServices_.UpdateCapsule = RtUpdateCapsule;
+  RuntimeServices_.QueryCapsuleCapabilities = RtQueryCapsuleCapabilities;
+  RuntimeServices_.QueryVariableInfo = RtQueryVariableInfo;
+
+  SystemTable_.Hdr = {EFI_SYSTEM_TABLE_SIGNATURE, 0x00020046, sizeof(EFI_SYSTEM_TABLE), 0, 0};
+  static CHAR16 Vendor[] = u"Qor host firmware emulator";
+  SystemTable_.FirmwareVendor = Vendor;
+  SystemTable_.FirmwareRevision = 0x00010000;
+  SystemTable_.BootServices = &BootServices_;
+  SystemTable_.RuntimeServices = &RuntimeServices_;
+
+  // The image handle of the driver.
+  Handles_.push_back(std::make_unique<HandleRecord>());
+  ImageHandle_ = Handles_.back().get();
+  gCurrent = this;
+}
+
+Firmware::~Firmware() {
+  if (gCurrent == this) gCurrent = nullptr;
+}
+
+void Firmware::AddConfigurationTable(const EFI_GUID &Guid, void *Table) {
+  for (auto &Entry : ConfigurationTable_) {
+    if (SameGuid(Entry.VendorGuid, Guid)) {
+      Entry.VendorTable = Table;
+      return;
+    }
+  }
+  ConfigurationTable_.push_back({Guid, Table});
+  SystemTable_.NumberOfTableEntries = ConfigurationTable_.size();
+  SystemTable_.ConfigurationTable = ConfigurationTable_.data();
+}
+
+void Firmware::SetMemoryMap(std::vector<EFI_MEMORY_DESCRIPTOR> Map, UINTN DescriptorSize, UINT32 DescriptorVersion) {
+  MemoryMap_ = std::move(Map);
+  DescriptorSize_ = std::max<UINTN>(DescriptorSize, sizeof(EFI_MEMORY_DESCRIPTOR));
+  DescriptorVersion_ = DescriptorVersion;
+  MapKey_++;
+}
+
+// ---------------------------------------------------------------- TPL and events
+
+EFI_TPL Firmware::RaiseTpl(EFI_TPL NewTpl) {
+  Count("RaiseTPL");
+  EFI_TPL Old = Tpl_;
+  if (NewTpl > Tpl_) Tpl_ = NewTpl;
+  return Old;
+}
+
+void Firmware::RestoreTpl(EFI_TPL OldTpl) {
+  Count("RestoreTPL");
+  if (OldTpl > Tpl_) return;  // restoring upwards is a caller error; ignore it
+  DispatchAbove(OldTpl);
+  Tpl_ = OldTpl;
+}
+
+Firmware::EventRecord *Firmware::FindEvent(EFI_EVENT Event) {
+  for (auto &Record : Events_) {
+    if (Record.get() == Event && !Record->Closed) return Record.get();
+  }
+  return nullptr;
+}
+
+void Firmware::QueueEvent(EventRecord *Event) {
+  if (Event->Queued) return;
+  Event->Queued = true;
+  EventQueue_.push_back(Event);
+}
+
+// Runs queued notify functions whose TPL is above Tpl, highest TPL first and
+// in signal order within one TPL, each at its own TPL.
+void Firmware::DispatchAbove(EFI_TPL Tpl) {
+  for (;;) {
+    size_t Best = EventQueue_.size();
+    for (size_t I = 0; I < EventQueue_.size(); I++) {
+      if (EventQueue_[I]->NotifyTpl > Tpl && (Best == EventQueue_.size() ||
+                                              EventQueue_[I]->NotifyTpl > EventQueue_[Best]->NotifyTpl)) {
+        Best = I;
+      }
+    }
+    if (Best == EventQueue_.size()) return;
+    EventRecord *Event = EventQueue_[Best];
+    EventQueue_.erase(EventQueue_.begin() + static_cast<std::ptrdiff_t>(Best));
+    Event->Queued = false;
+    if (Event->Closed || Event->Notify == nullptr) continue;
+    EFI_TPL Saved = Tpl_;
+    Tpl_ = Event->NotifyTpl;
+    Event->Notify(Event, Event->Context);
+    Tpl_ = Saved;
+  }
+}
+
+EFI_STATUS Firmware::CreateEvent(UINT32 Type, EFI_TPL NotifyTpl, EFI_EVENT_NOTIFY Notify, void *Context,
+                                 EFI_EVENT *Event) {
+  Count("CreateEvent");
+  if (Event == nullptr) return EFI_INVALID_PARAMETER;
+  if ((Type & (EVT_NOTIFY_SIGNAL | EVT_NOTIFY_WAIT)) != 0) {
+    if (Notify == nullptr || NotifyTpl <= TPL_APPLICATION || NotifyTpl >= TPL_HIGH_LEVEL) {
+      return EFI_INVALID_PARAMETER;
+    }
+  }
+  auto Record = std::make_unique<EventRecord>();
+  Record->Type = Type;
+  Record->NotifyTpl = NotifyTpl;
+  Record->Notify = Notify;
+  Record->Context = Context;
+  *Event = Record.get();
+  Events_.push_back(std::move(Record));
+  return EFI_SUCCESS;
+}
+
+EFI_STATUS Firmware::SignalEvent(EFI_EVENT Event) {
+  Count("SignalEvent");
+  EventRecord *Record = FindEvent(Event);
+  if (Record == nullptr) return EFI_INVALID_PARAMETER;
+  Record->Signaled = true;
+  if ((Record->Type & EVT_NOTIFY_SIGNAL) != 0) {
+    QueueEvent(Record);
+    EFI_TPL Old = Tpl_;
+    DispatchAbove(Old);
+  }
+  return EFI_SUCCESS;
+}
+
+EFI_STATUS Firmware::CloseEvent(EFI_EVENT Event) {
+  Count("CloseEvent");
+  EventRecord *Record = FindEvent(Event);
+  if (Record == nullptr) return EFI_INVALID_PARAMETER;
+  Record->Closed = true;
+  EventQueue_.erase(std::remove(EventQueue_.begin(), EventQueue_.end(), Record), EventQueue_.end());
+  Notifies_.erase(std::remove_if(Notifies_.begin(), Notifies_.end(),
+                                 [Record](const std::unique_ptr<NotifyRecord> &N) { return N->Event == Record; }),
+                  Notifies_.end());
+  return EFI_SUCCESS;
+}
+
+EFI_STATUS Firmware::CheckEvent(EFI_EVENT Event) {
+  Count("CheckEvent");
+  EventRecord *Record = FindEvent(Event);
+  if (Record == nullptr || (Record->Type & EVT_NOTIFY_SIGNAL) != 0) return EFI_INVALID_PARAMETER;
+  if (Record->Signaled) {
+    Record->Signaled = false;
+    return EFI_SUCCESS;
+  }
+  return EFI_NOT_READY;
+}
+
+EFI_STATUS Firmware::RegisterProtocolNotify(const EFI_GUID *Protocol, EFI_EVENT Event, void **Registration) {
+  Count("RegisterProtocolNotify");
+  EventRecord *Record = FindEvent(Event);
+  if (Protocol == nullptr || Record == nullptr || Registration == nullptr) return EFI_INVALID_PARAMETER;
+  auto Notify = std::make_unique<NotifyRecord>();
+  Notify->Guid = *Protocol;
+  Notify->Event = Record;
+  *Registration = Notify.get();
+  Notifies_.push_back(std::move(Notify));
+  return EFI_SUCCESS;
+}
+
+// ---------------------------------------------------------------- protocol database
+
+Firmware::HandleRecord *Firmware::FindHandle(EFI_HANDLE Handle) {
+  for (auto &Record : Handles_) {
+    if (Record.get() == Handle) return Record.get();
+  }
+  return nullptr;
+}
+
+std::vector<Firmware::HandleRecord *> Firmware::HandlesWith(const EFI_GUID &Guid) {
+  std::vector<HandleRecord *> Out;
+  for (auto &Record : Handles_) {
+    for (auto &Entry : Record->Interfaces) {
+      if (SameGuid(Entry.Guid, Guid)) {
+        Out.push_back(Record.get());
+        break;
+      }
+    }
+  }
+  return Out;
+}
+
+// Signals, in registration order, every notify event registered for Guid.
+void Firmware::NotifyInstalled(HandleRecord *Handle, const EFI_GUID &Guid) {
+  for (auto &Notify : Notifies_) {
+    if (!SameGuid(Notify->Guid, Guid)) continue;
+    Notify->Pending.push_back(Handle);
+    Notify->Event->Signaled = true;
+    QueueEvent(Notify->Event);
+  }
+}
+
+EFI_STATUS Firmware::InstallProtocol(EFI_HANDLE *Handle, const EFI_GUID &Guid, void *Interface) {
+  HandleRecord *Record = nullptr;
+  if (*Handle == nullptr) {
+    Handles_.push_back(std::make_unique<HandleRecord>());
+    Record = Handles_.back().get();
+  } else {
+    Record = FindHandle(*Handle);
+    if (Record == nullptr) return EFI_INVALID_PARAMETER;
+    for (auto &Entry : Record->Interfaces) {
+      if (SameGuid(Entry.Guid, Guid)) return EFI_INVALID_PARAMETER;  // already on this handle
+    }
+  }
+  EFI_TPL Old = RaiseTpl(TPL_NOTIFY);
+  Record->Interfaces.push_back({Guid, Interface});
+  *Handle = Record;
+  NotifyInstalled(Record, Guid);
+  RestoreTpl(Old);
+  return EFI_SUCCESS;
+}
+
+EFI_STATUS Firmware::ReinstallProtocol(EFI_HANDLE Handle, const EFI_GUID &Guid, void *OldInterface,
+                                       void *NewInterface) {
+  HandleRecord *Record = FindHandle(Handle);
+  if (Record == nullptr) return EFI_INVALID_PARAMETER;
+  for (auto &Entry : Record->Interfaces) {
+    if (SameGuid(Entry.Guid, Guid) && Entry.Interface == OldInterface) {
+      EFI_TPL Old = RaiseTpl(TPL_NOTIFY);
+      Entry.Interface = NewInterface;
+      NotifyInstalled(Record, Guid);
+      RestoreTpl(Old);
+      return EFI_SUCCESS;
+    }
+  }
+  return EFI_NOT_FOUND;
+}
+
+EFI_STATUS Firmware::UninstallProtocol(EFI_HANDLE Handle, const EFI_GUID &Guid, void *Interface) {
+  HandleRecord *Record = FindHandle(Handle);
+  if (Record == nullptr) return EFI_INVALID_PARAMETER;
+  for (size_t I = 0; I < Record->Interfaces.size(); I++) {
+    if (SameGuid(Record->Interfaces[I].Guid, Guid) && Record->Interfaces[I].Interface == Interface) {
+      Record->Interfaces.erase(Record->Interfaces.begin() + static_cast<std::ptrdiff_t>(I));
+      for (auto &Notify : Notifies_) {
+        Notify->Pending.erase(std::remove(Notify->Pending.begin(), Notify->Pending.end(), Record),
+                              Notify->Pending.end());
+      }
+      return EFI_SUCCESS;
+    }
+  }
+  return EFI_NOT_FOUND;
+}
+
+EFI_STATUS Firmware::HandleProtocol(EFI_HANDLE Handle, const EFI_GUID *Protocol, void **Interface) {
+  Count("HandleProtocol");
+  if (Protocol == nullptr || Interface == nullptr) return EFI_INVALID_PARAMETER;
+  *Interface = nullptr;
+  HandleRecord *Record = FindHandle(Handle);
+  if (Record == nullptr) return EFI_INVALID_PARAMETER;
+  for (auto &Entry : Record->Interfaces) {
+    if (SameGuid(Entry.Guid, *Protocol)) {
+      *Interface = Entry.Interface;
+      return EFI_SUCCESS;
+    }
+  }
+  return EFI_UNSUPPORTED;
+}
+
+EFI_STATUS Firmware::LocateHandle(EFI_LOCATE_SEARCH_TYPE SearchType, const EFI_GUID *Protocol, void *SearchKey,
+                                  UINTN *BufferSize, EFI_HANDLE *Buffer) {
+  Count("LocateHandle");
+  if (BufferSize == nullptr) return EFI_INVALID_PARAMETER;
+  std::vector<HandleRecord *> Found;
+  switch (SearchType) {
+    case AllHandles:
+      for (auto &Record : Handles_) {
+        if (!Record->Interfaces.empty()) Found.push_back(Record.get());
+      }
+      break;
+    case ByProtocol:
+      if (Protocol == nullptr) return EFI_INVALID_PARAMETER;
+      Found = HandlesWith(*Protocol);
+      break;
+    case ByRegisterNotify: {
+      auto *Notify = static_cast<NotifyRecord *>(SearchKey);
+      bool Known = false;
+      for (auto &Record : Notifies_) Known = Known || Record.get() == Notify;
+      if (!Known) return EFI_INVALID_PARAMETER;
+      // One handle per call, as firmware returns them.
+      if (!Notify->Pending.empty()) {
+        if (*BufferSize < sizeof(EFI_HANDLE)) {
+          *BufferSize = sizeof(EFI_HANDLE);
+          return EFI_BUFFER_TOO_SMALL;
+        }
+        Found.push_back(Notify->Pending.front());
+        Notify->Pending.erase(Notify->Pending.begin());
+      }
+      break;
+    }
+    default:
+      return EFI_INVALID_PARAMETER;
+  }
+  if (Found.empty()) return EFI_NOT_FOUND;
+  UINTN Needed = Found.size() * sizeof(EFI_HANDLE);
+  if (*BufferSize < Needed) {
+    *BufferSize = Needed;
+    return EFI_BUFFER_TOO_SMALL;
+  }
+  if (Buffer == nullptr) return EFI_INVALID_PARAMETER;
+  for (size_t I = 0; I < Found.size(); I++) Buffer[I] = Found[I];
+  *BufferSize = Needed;
+  return EFI_SUCCESS;
+}
+
+EFI_STATUS Firmware::LocateHandleBuffer(EFI_LOCATE_SEARCH_TYPE SearchType, const EFI_GUID *Protocol,
+                                        void *SearchKey, UINTN *NoHandles, EFI_HANDLE **Buffer) {
+  Count("LocateHandleBuffer");
+  if (NoHandles == nullptr || Buffer == nullptr) return EFI_INVALID_PARAMETER;
+  *NoHandles = 0;
+  *Buffer = nullptr;
+  UINTN Size = 0;
+  EFI_STATUS Status = LocateHandle(SearchType, Protocol, SearchKey, &Size, nullptr);
+  if (Status != EFI_BUFFER_TOO_SMALL) return Status == EFI_SUCCESS ? EFI_NOT_FOUND : Status;
+  void *Memory = nullptr;
+  Status = AllocatePool(EfiBootServicesData, Size, &Memory);
+  if (EFI_ERROR(Status)) return EFI_OUT_OF_RESOURCES;
+  Status = LocateHandle(SearchType, Protocol, SearchKey, &Size, static_cast<EFI_HANDLE *>(Memory));
+  if (EFI_ERROR(Status)) {
+    FreePool(Memory);
+    return Status;
+  }
+  *Buffer = static_cast<EFI_HANDLE *>(Memory);
+  *NoHandles = Size / sizeof(EFI_HANDLE);
+  return EFI_SUCCESS;
+}
+
+EFI_STATUS Firmware::LocateProtocol(const EFI_GUID *Protocol, void *Registration, void **Interface) {
+  Count("LocateProtocol");
+  if (Protocol == nullptr || Interface == nullptr) return EFI_INVALID_PARAMETER;
+  *Interface = nullptr;
+  if (Registration != nullptr) {
+    auto *Notify = static_cast<NotifyRecord *>(Registration);
+    bool Known = false;
+    for (auto &Record : Notifies_) Known = Known || Record.get() == Notify;
+    if (!Known || Notify->Pending.empty()) return EFI_NOT_FOUND;
+    HandleRecord *Handle = Notify->Pending.front();
+    Notify->Pending.erase(Notify->Pending.begin());
+    for (auto &Entry : Handle->Interfaces) {
+      if (SameGuid(Entry.Guid, *Protocol)) {
+        *Interface = Entry.Interface;
+        return EFI_SUCCESS;
+      }
+    }
+    return EFI_NOT_FOUND;
+  }
+  for (auto &Record : Handles_) {
+    for (auto &Entry : Record->Interfaces) {
+      if (SameGuid(Entry.Guid, *Protocol)) {
+        *Interface = Entry.Interface;
+        return EFI_SUCCESS;
+      }
+    }
+  }
+  return EFI_NOT_FOUND;
+}
+
+EFI_STATUS Firmware::LocateDevicePath(const EFI_GUID *Protocol, EFI_DEVICE_PATH_PROTOCOL **DevicePath,
+                                      EFI_HANDLE *Device) {
+  Count("LocateDevicePath");
+  // Device paths arrive with the PCI model; until a board has one nothing matches.
+  if (Protocol == nullptr || DevicePath == nullptr || *DevicePath == nullptr || Device == nullptr) {
+    return EFI_INVALID_PARAMETER;
+  }
+  return EFI_NOT_FOUND;
+}
+
+// ---------------------------------------------------------------- memory
+
+EFI_STATUS Firmware::AllocatePool(EFI_MEMORY_TYPE Type, UINTN Size, void **Buffer) {
+  Count("AllocatePool");
+  if (Buffer == nullptr || Type >= EfiMaxMemoryType) return EFI_INVALID_PARAMETER;
+  *Buffer = Pool_.Allocate(Size);
+  return *Buffer == nullptr ? EFI_OUT_OF_RESOURCES : EFI_SUCCESS;
+}
+
+EFI_STATUS Firmware::FreePool(void *Buffer) {
+  Count("FreePool");
+  if (Buffer == nullptr) return EFI_INVALID_PARAMETER;
+  return Pool_.Free(Buffer) ? EFI_SUCCESS : EFI_INVALID_PARAMETER;
+}
+
+EFI_STATUS Firmware::GetMemoryMap(UINTN *MapSize, EFI_MEMORY_DESCRIPTOR *Map, UINTN *MapKey, UINTN *DescriptorSize,
+                                  UINT32 *DescriptorVersion) {
+  Count("GetMemoryMap");
+  if (MapSize == nullptr) return EFI_INVALID_PARAMETER;
+  UINTN Needed = MemoryMap_.size() * DescriptorSize_;
+  if (DescriptorSize != nullptr) *DescriptorSize = DescriptorSize_;
+  if (DescriptorVersion != nullptr) *DescriptorVersion = DescriptorVersion_;
+  if (*MapSize < Needed) {
+    *MapSize = Needed;
+    return EFI_BUFFER_TOO_SMALL;
+  }
+  if (Map == nullptr) return EFI_INVALID_PARAMETER;
+  auto *Out = reinterpret_cast<uint8_t *>(Map);
+  for (size_t I = 0; I < MemoryMap_.size(); I++) {
+    std::memset(Out + I * DescriptorSize_, 0, DescriptorSize_);
+    std::memcpy(Out + I * DescriptorSize_, &MemoryMap_[I], sizeof(EFI_MEMORY_DESCRIPTOR));
+  }
+  *MapSize = Needed;
+  if (MapKey != nullptr) *MapKey = MapKey_;
+  return EFI_SUCCESS;
+}
+
+// ---------------------------------------------------------------- reset
+
+void Firmware::ResetSystem(EFI_RESET_TYPE Type, EFI_STATUS Status, UINTN DataSize, void *Data) {
+  Count("ResetSystem");
+  ResetRecord Record{Type, Status, {}};
+  if (Data != nullptr && DataSize != 0) {
+    const auto *Bytes = static_cast<const uint8_t *>(Data);
+    Record.Data.assign(Bytes, Bytes + DataSize);
+  }
+  Resets_.push_back(std::move(Record));
+  Tpl_ = TPL_APPLICATION;
+  EventQueue_.clear();
+  if (ResetTarget_ != nullptr) std::longjmp(*ResetTarget_, 1);
+  // Nothing to return to: a reset outside a boot ends the process as a
+  // machine would stop.
+  std::abort();
+}
+
+}  // namespace qor::emu

@@ -1,0 +1,41 @@
+// The PCD database behind both PCD protocols, filled from the board.
+#ifndef QOR_EMULATOR_PCD_DATABASE_H_
+#define QOR_EMULATOR_PCD_DATABASE_H_
+
+#include <cstdint>
+#include <map>
+#include <set>
+#include <string>
+
+#include "emulator/board.h"
+#include "platform/pcd_protocol.h"
+
+namespace qor::emu {
+
+class PcdDatabase {
+ public:
+  explicit PcdDatabase(const Board &Board);
+  ~PcdDatabase();
+  static PcdDatabase *Current();
+
+  PCD_PROTOCOL *Protocol() { return &Protocol_; }
+  EFI_PCD_PROTOCOL *PiProtocol() { return &PiProtocol_; }
+
+  uint64_t Number(uint64_t Token);
+  void *Pointer(uint64_t Token);
+  EFI_STATUS SetNumber(uint64_t Token, uint64_t Value);
+  uint64_t NumberEx(const EFI_GUID *Space, uint64_t Token);
+  // Tokens the driver asked for that the board does not define.
+  const std::set<std::string> &UnknownTokens() const { return Unknown_; }
+
+ private:
+  std::map<uint64_t, PcdValue> Values_;
+  std::map<PcdExKey, uint64_t> ExValues_;
+  std::set<std::string> Unknown_;
+  PCD_PROTOCOL Protocol_{};
+  EFI_PCD_PROTOCOL PiProtocol_{};
+};
+
+}  // namespace qor::emu
+
+#endif  // QOR_EMULATOR_PCD_DATABASE_H_

@@ -1,0 +1,104 @@
+// The platform drivers of an emulated board: everything the driver finds
+// besides the core services (HOBs, PCDs, CPU access, the json, quick trans,
+// Spi and debug print protocols, the triggers). Built from a Board for one
+// boot; records what the driver sent through them.
+#ifndef QOR_EMULATOR_PLATFORM_H_
+#define QOR_EMULATOR_PLATFORM_H_
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "emulator/board.h"
+#include "emulator/firmware.h"
+#include "platform/cpu_access.h"
+#include "platform/vendor_protocols.h"
+
+namespace qor::emu {
+
+struct Upload {
+  std::string Name;             // as the driver named it
+  std::string StoredName;       // unique name in the output folder
+  std::vector<uint8_t> Bytes;
+  EFI_STATUS Status;            // what SendFile returned
+};
+
+struct DebugLine {
+  uint64_t Level;
+  std::string Text;
+};
+
+class PcdDatabase;
+
+class Platform {
+ public:
+  Platform(Firmware &Fw, const Board &Board);
+  ~Platform();
+  Platform(const Platform &) = delete;
+  Platform &operator=(const Platform &) = delete;
+
+  static Platform *Current();
+
+  // Installs the HOB list and every platform protocol the board keeps.
+  void Install();
+  // Installs a trigger protocol ("fill", "readyToLock", "late") on a new
+  // handle, as the platform driver that owns it would.
+  void InstallTrigger(const std::string &Name);
+
+  const Board &GetBoard() const { return Board_; }
+  Firmware &Fw() { return Fw_; }
+  bool IsMissing(const std::string &Protocol) const;
+
+  // Records.
+  const std::vector<Upload> &Uploads() const { return Uploads_; }
+  const std::vector<DebugLine> &DebugLines() const { return DebugLines_; }
+  std::string DebugLog() const;
+  std::vector<std::string> TriggersInstalled() const { return Triggers_; }
+  uint64_t CpuAccessCount() const { return CpuAccesses_; }
+
+  // Called by the protocol implementations.
+  EFI_STATUS RecordUpload(const std::string &Name, const uint8_t *Data, uint32_t Size);
+  void RecordDebug(uint64_t Level, const std::string &Text) { DebugLines_.push_back({Level, Text}); }
+  void CountCpuAccess() { CpuAccesses_++; }
+
+ private:
+  void InstallOnNewHandle(const EFI_GUID &Guid, void *Interface);
+
+  Firmware &Fw_;
+  Board Board_;
+  std::vector<uint64_t> HobList_;  // 8-byte aligned storage of the HOB list
+  std::unique_ptr<PcdDatabase> Pcds_;
+  QOR_DEBUG_PRINT_SERVICE DebugPrint_{};
+  QOR_JSON_PROTOCOL Json_{};
+  QOR_QUICK_TRANS_PROTOCOL QuickTrans_{};
+  QOR_SPI_PROTOCOL Spi_{};
+  QOR_HOST_CPU_ACCESS_PROTOCOL CpuAccess_{};
+  uint8_t TriggerInterface_ = 0;
+
+  std::vector<Upload> Uploads_;
+  std::vector<DebugLine> DebugLines_;
+  std::vector<std::string> Triggers_;
+  uint64_t CpuAccesses_ = 0;
+};
+
+// Builders of the individual services (one file each).
+std::vector<uint64_t> BuildHobList(const Board &Board);
+void InitDebugPrintService(QOR_DEBUG_PRINT_SERVICE *Service, uint64_t Revision);
+void InitJsonProtocol(QOR_JSON_PROTOCOL *Protocol);
+void InitQuickTransProtocol(QOR_QUICK_TRANS_PROTOCOL *Protocol);
+void InitSpiProtocol(QOR_SPI_PROTOCOL *Protocol);
+void InitCpuAccessProtocol(QOR_HOST_CPU_ACCESS_PROTOCOL *Protocol);
+
+// The json protocol's work, usable on its own: EFI_SUCCESS when Text is
+// exactly one JSON value; PrettyPrint writes the reformatted text (member
+// order and duplicate keys kept) and fails when it does not fit OutputSize.
+EFI_STATUS JsonValidateText(const char *Text);
+EFI_STATUS JsonPrettyPrintText(const char *Text, size_t OutputSize, char *Output);
+
+// Trigger protocol GUIDs by short name (nullptr for an unknown name).
+const EFI_GUID *TriggerGuid(const std::string &Name);
+
+}  // namespace qor::emu
+
+#endif  // QOR_EMULATOR_PLATFORM_H_
