@@ -8,6 +8,12 @@ EFI_STATUS QorFillBiosVersion(UPLOAD_SECTION *Section);
 EFI_STATUS QorFillPchInfo(UPLOAD_SECTION *Section);
 EFI_STATUS QorFillMiscInfo(UPLOAD_SECTION *Section);
 
+// Processor and memory sections.
+
+// Firmware and storage sections.
+
+// PCI resources and the memory map.
+
 // Flash information upload, hung on the fill trigger.
 VOID EFIAPI QorUploadFlashInfoCallBack(EFI_EVENT Event, VOID *Context);
 

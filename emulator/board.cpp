@@ -179,8 +179,16 @@ void ParseFaults(const JsonField &Faults, Board *Out) {
 }
 
 void ParseBoardObject(const JsonField &Root, Board *Out) {
-  Root.AllowOnly({"base", "name", "pcd", "cpu", "pch", "mmio", "ioPorts", "hobs", "variables", "flash",
-                  "debugPrint", "triggers", "faults"});
+  Root.AllowOnly({
+      "base", "name", "pcd", "cpu", "pch", "mmio", "ioPorts", "hobs", "variables", "flash", "debugPrint",
+      "triggers", "faults",
+      // memory map
+
+      // processors, memory, SMBIOS, IIO
+
+      // TPM, SATA, BMC transport
+
+  });
   if (auto Name = Root.Optional("name")) Out->Name = Name->String();
   if (auto Pcd = Root.Optional("pcd")) ParsePcd(*Pcd, Out);
   if (auto Cpu = Root.Optional("cpu")) {
@@ -228,6 +236,12 @@ void ParseBoardObject(const JsonField &Root, Board *Out) {
   }
   if (auto Triggers = Root.Optional("triggers")) ParseTriggers(*Triggers, Out);
   if (auto Faults = Root.Optional("faults")) ParseFaults(*Faults, Out);
+  // memory map
+
+  // processors, memory, SMBIOS, IIO
+
+  // TPM, SATA, BMC transport
+
 }
 
 }  // namespace

@@ -81,6 +81,12 @@ struct Board {
 
   TriggerPlan Triggers;
   FaultPlan Faults;
+
+  // ---- memory map served by GetMemoryMap
+
+  // ---- processors, memory, SMBIOS, IIO
+
+  // ---- TPM, SATA, BMC transport
 };
 
 // Short names of the platform protocols a board may leave out.

@@ -14,6 +14,28 @@ namespace {
 // Numbers are carried as their text, never re-rendered.
 constexpr unsigned kParseFlags = rapidjson::kParseNumbersAsStringsFlag;
 
+// Forwards the reader's events to the pretty writer; numbers go out as the
+// exact text they came in (the writer's own RawNumber would quote them).
+struct NumberPreservingHandler {
+  rapidjson::PrettyWriter<rapidjson::StringBuffer> &Out;
+  bool Null() { return Out.Null(); }
+  bool Bool(bool Value) { return Out.Bool(Value); }
+  bool Int(int Value) { return Out.Int(Value); }
+  bool Uint(unsigned Value) { return Out.Uint(Value); }
+  bool Int64(int64_t Value) { return Out.Int64(Value); }
+  bool Uint64(uint64_t Value) { return Out.Uint64(Value); }
+  bool Double(double Value) { return Out.Double(Value); }
+  bool RawNumber(const char *Text, rapidjson::SizeType Length, bool) {
+    return Out.RawValue(Text, Length, rapidjson::kNumberType);
+  }
+  bool String(const char *Text, rapidjson::SizeType Length, bool Copy) { return Out.String(Text, Length, Copy); }
+  bool StartObject() { return Out.StartObject(); }
+  bool Key(const char *Text, rapidjson::SizeType Length, bool Copy) { return Out.Key(Text, Length, Copy); }
+  bool EndObject(rapidjson::SizeType Count) { return Out.EndObject(Count); }
+  bool StartArray() { return Out.StartArray(); }
+  bool EndArray(rapidjson::SizeType Count) { return Out.EndArray(Count); }
+};
+
 EFI_STATUS StatusOverride() {
   Platform *Current = Platform::Current();
   if (Current != nullptr && Current->GetBoard().Faults.JsonStatus) return *Current->GetBoard().Faults.JsonStatus;
@@ -47,7 +69,8 @@ EFI_STATUS JsonPrettyPrintText(const char *Text, size_t OutputSize, char *Output
   rapidjson::StringStream Stream(Text);
   rapidjson::StringBuffer Buffer;
   rapidjson::PrettyWriter<rapidjson::StringBuffer> Writer(Buffer);
-  if (!Reader.Parse<kParseFlags>(Stream, Writer)) return EFI_INVALID_PARAMETER;
+  NumberPreservingHandler Handler{Writer};
+  if (!Reader.Parse<kParseFlags>(Stream, Handler)) return EFI_INVALID_PARAMETER;
   if (Buffer.GetSize() + 1 > OutputSize) return EFI_BUFFER_TOO_SMALL;
   std::memcpy(Output, Buffer.GetString(), Buffer.GetSize() + 1);
   return EFI_SUCCESS;

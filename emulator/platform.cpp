@@ -67,6 +67,12 @@ void Platform::Install() {
     InitSpiProtocol(&Spi_);
     InstallOnNewHandle(gQorSpiProtocolGuid, &Spi_);
   }
+  // memory map
+
+  // processors, memory, SMBIOS, IIO
+
+  // TPM, SATA, BMC transport
+
 }
 
 void Platform::InstallTrigger(const std::string &Name) {

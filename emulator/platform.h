@@ -75,6 +75,12 @@ class Platform {
   QOR_SPI_PROTOCOL Spi_{};
   QOR_HOST_CPU_ACCESS_PROTOCOL CpuAccess_{};
   uint8_t TriggerInterface_ = 0;
+  // ---- memory map
+
+  // ---- processors, memory, SMBIOS, IIO
+
+  // ---- TPM, SATA, BMC transport
+
 
   std::vector<Upload> Uploads_;
   std::vector<DebugLine> DebugLines_;
