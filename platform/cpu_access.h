@@ -7,6 +7,9 @@
 
 #define QOR_MSR_IA32_BIOS_SIGN_ID 0x8B
 
+// Forgets located hooks; called by the library constructors.
+VOID QorCpuAccessInit(VOID);
+
 UINT64 QorReadMsr(UINT32 Index);
 UINT8 QorIoRead8(UINT16 Port);
 VOID QorIoWrite8(UINT16 Port, UINT8 Value);

@@ -15,6 +15,8 @@ QOR_HOST_CPU_ACCESS_PROTOCOL *CpuAccess() {
 }
 }  // namespace
 
+VOID QorCpuAccessInit(VOID) { gCpuAccess = nullptr; }
+
 UINT64 QorReadMsr(UINT32 Index) { return CpuAccess() != nullptr ? CpuAccess()->ReadMsr(Index) : 0; }
 
 UINT8 QorIoRead8(UINT16 Port) { return CpuAccess() != nullptr ? CpuAccess()->IoRead8(Port) : 0xFF; }

@@ -7,6 +7,8 @@
 #define QOR_PCI_EXPRESS_BASE_ADDRESS 0xB0000000ULL
 #endif
 
+VOID QorCpuAccessInit(VOID) {}
+
 UINT64 QorReadMsr(UINT32 Index) {
   UINT32 Low;
   UINT32 High;

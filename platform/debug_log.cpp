@@ -9,6 +9,7 @@ QOR_DEBUG_PRINT_SERVICE *gDebugPrintService = nullptr;
 }
 
 VOID QorDebugLogInit(VOID) {
+  gDebugPrintService = nullptr;
   VOID *Interface = nullptr;
   if (!EFI_ERROR(QorLocateProtocol(&gQorDebugPrintServiceGuid, &Interface))) {
     gDebugPrintService = (QOR_DEBUG_PRINT_SERVICE *)Interface;

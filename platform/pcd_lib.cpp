@@ -19,6 +19,11 @@ EFI_PCD_PROTOCOL *PiPcd() {
 }
 }  // namespace
 
+VOID QorPcdLibInit(VOID) {
+  gPcd = nullptr;
+  gPiPcd = nullptr;
+}
+
 UINT8 QorPcdGet8(UINTN TokenNumber) { return Pcd() != nullptr ? Pcd()->Get8(TokenNumber) : 0; }
 
 UINT32 QorPcdGet32(UINTN TokenNumber) { return Pcd() != nullptr ? Pcd()->Get32(TokenNumber) : 0; }

@@ -18,6 +18,9 @@
 #define QOR_PCD_EX_TOKEN_CUSTOMER_ID 2
 #define QOR_PCD_EX_TOKEN_MAX_SATA 169
 
+// Forgets the located protocols; called by the library constructors.
+VOID QorPcdLibInit(VOID);
+
 UINT8 QorPcdGet8(UINTN TokenNumber);
 UINT32 QorPcdGet32(UINTN TokenNumber);
 VOID *QorPcdGetPtr(UINTN TokenNumber);

@@ -1,7 +1,9 @@
 #include "platform/uefi_lib.h"
 
 #include "platform/debug_log.h"
+#include "platform/cpu_access.h"
 #include "platform/hob_lib.h"
+#include "platform/pcd_lib.h"
 
 EFI_HANDLE gImageHandle = nullptr;
 EFI_SYSTEM_TABLE *gST = nullptr;
@@ -14,6 +16,8 @@ EFI_STATUS QorLibraryConstructors(EFI_HANDLE ImageHandle, EFI_SYSTEM_TABLE *Syst
   gBS = SystemTable->BootServices;
   gRT = SystemTable->RuntimeServices;
   QorHobLibInit();
+  QorPcdLibInit();
+  QorCpuAccessInit();
   QorDebugLogInit();
   return EFI_SUCCESS;
 }
