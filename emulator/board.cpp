@@ -11,7 +11,7 @@ namespace qor::emu {
 extern const char kBuiltInBoardJson[];
 
 const std::vector<std::string> kProtocolNames = {
-    "json", "quickTrans", "spi", "debugPrint", "pcd", "piPcd",
+    "json", "quickTrans", "spi", "debugPrint", "pcd", "piPcd", "systemInformation", "systemTopology",
 };
 
 bool PcdExKey::operator<(const PcdExKey &Other) const {
@@ -178,10 +178,45 @@ void ParseFaults(const JsonField &Faults, Board *Out) {
   if (auto Json = Faults.Optional("jsonStatus")) Out->Faults.JsonStatus = Json->Status();
 }
 
+void ParseSystemInformation(const JsonField &Info, Board *Out) {
+  Info.AllowOnly({"dataBlock", "cpuBitMap", "stepping", "patches"});
+  SystemInformationDef &Def = Out->SystemInformation;
+  if (auto Present = Info.Optional("dataBlock")) Def.HasDataBlock = Present->Bool();
+  if (auto BitMap = Info.Optional("cpuBitMap")) Def.CpuBitMap = static_cast<uint32_t>(BitMap->Uint(0xFFFFFFFF));
+  if (auto Stepping = Info.Optional("stepping")) Def.Stepping = Stepping->String();
+  if (auto Patches = Info.Optional("patches")) {
+    Def.Patches.clear();
+    for (const JsonField &Entry : Patches->Elements()) {
+      Entry.AllowOnly({"offset", "bytes"});
+      BytePatch Patch{Entry.At("offset").Uint(kSystemInformationBlockSize - 1), Entry.At("bytes").Bytes()};
+      if (Patch.Offset + Patch.Bytes.size() > kSystemInformationBlockSize) {
+        Entry.Fail("bytes that end inside the " + std::to_string(kSystemInformationBlockSize) + "-byte block");
+      }
+      Def.Patches.push_back(Patch);
+    }
+  }
+}
+
+void ParseSystemTopology(const JsonField &Topology, Board *Out) {
+  Topology.AllowOnly({"sockets"});
+  if (auto Sockets = Topology.Optional("sockets")) {
+    auto Elements = Sockets->Elements();
+    if (Elements.size() > 4) Sockets->Fail("at most 4 sockets");
+    Out->SystemTopology.Sockets.clear();
+    for (const JsonField &Entry : Elements) {
+      Entry.AllowOnly({"valid", "chopType"});
+      TopologySocket Socket;
+      if (auto Valid = Entry.Optional("valid")) Socket.Valid = Valid->Bool();
+      if (auto Chop = Entry.Optional("chopType")) Socket.ChopType = static_cast<uint8_t>(Chop->Uint(255));
+      Out->SystemTopology.Sockets.push_back(Socket);
+    }
+  }
+}
+
 void ParseBoardObject(const JsonField &Root, Board *Out) {
   Root.AllowOnly({
       "base", "name", "pcd", "cpu", "pch", "mmio", "ioPorts", "hobs", "variables", "flash", "debugPrint",
-      "triggers", "faults",
+      "triggers", "faults", "systemInformation", "systemTopology",
       // memory map
 
       // processors, memory, SMBIOS, IIO
@@ -236,6 +271,8 @@ void ParseBoardObject(const JsonField &Root, Board *Out) {
   }
   if (auto Triggers = Root.Optional("triggers")) ParseTriggers(*Triggers, Out);
   if (auto Faults = Root.Optional("faults")) ParseFaults(*Faults, Out);
+  if (auto Info = Root.Optional("systemInformation")) ParseSystemInformation(*Info, Out);
+  if (auto Topology = Root.Optional("systemTopology")) ParseSystemTopology(*Topology, Out);
   // memory map
 
   // processors, memory, SMBIOS, IIO

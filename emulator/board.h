@@ -56,6 +56,30 @@ struct FaultPlan {
   std::optional<EFI_STATUS> JsonStatus;         // status Validate/PrettyPrint return
 };
 
+struct BytePatch {
+  uint64_t Offset;
+  std::vector<uint8_t> Bytes;
+};
+
+// The data block behind the system information protocol.
+struct SystemInformationDef {
+  bool HasDataBlock = true;        // false: the protocol's member is null
+  uint32_t CpuBitMap = 0;
+  std::string Stepping;            // stored as UCS-2
+  std::vector<BytePatch> Patches;  // raw bytes at block offsets, applied last
+};
+
+struct TopologySocket {
+  bool Valid = false;
+  uint8_t ChopType = 0;
+};
+
+struct SystemTopologyDef {
+  std::vector<TopologySocket> Sockets;  // at most 4
+};
+
+constexpr size_t kSystemInformationBlockSize = 0x20000;
+
 struct Board {
   std::string Name = "unnamed board";
 
@@ -78,6 +102,9 @@ struct Board {
   std::vector<Variable> Variables;
   std::vector<uint8_t> FlashId{0xEF, 0x40, 0x19, 0x00};
   uint64_t DebugPrintRevision = 0x10001;
+
+  SystemInformationDef SystemInformation;
+  SystemTopologyDef SystemTopology;
 
   TriggerPlan Triggers;
   FaultPlan Faults;

@@ -67,6 +67,15 @@ void Platform::Install() {
     InitSpiProtocol(&Spi_);
     InstallOnNewHandle(gQorSpiProtocolGuid, &Spi_);
   }
+  if (!IsMissing("systemInformation")) {
+    SystemInformationBlock_ = BuildSystemInformationBlock(Board_);
+    SystemInformation_.DataBlock = Board_.SystemInformation.HasDataBlock ? SystemInformationBlock_.data() : nullptr;
+    InstallOnNewHandle(gQorSystemInformationProtocolGuid, &SystemInformation_);
+  }
+  if (!IsMissing("systemTopology")) {
+    SystemTopologyBlock_ = BuildSystemTopologyBlock(Board_);
+    InstallOnNewHandle(gQorSystemTopologyDataGuid, SystemTopologyBlock_.data());
+  }
   // memory map
 
   // processors, memory, SMBIOS, IIO

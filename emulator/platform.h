@@ -75,6 +75,9 @@ class Platform {
   QOR_SPI_PROTOCOL Spi_{};
   QOR_HOST_CPU_ACCESS_PROTOCOL CpuAccess_{};
   uint8_t TriggerInterface_ = 0;
+  std::vector<uint8_t> SystemInformationBlock_;
+  QOR_SYSTEM_INFORMATION_PROTOCOL SystemInformation_{};
+  std::vector<uint8_t> SystemTopologyBlock_;
   // ---- memory map
 
   // ---- processors, memory, SMBIOS, IIO
@@ -95,6 +98,8 @@ void InitJsonProtocol(QOR_JSON_PROTOCOL *Protocol);
 void InitQuickTransProtocol(QOR_QUICK_TRANS_PROTOCOL *Protocol);
 void InitSpiProtocol(QOR_SPI_PROTOCOL *Protocol);
 void InitCpuAccessProtocol(QOR_HOST_CPU_ACCESS_PROTOCOL *Protocol);
+std::vector<uint8_t> BuildSystemInformationBlock(const Board &Board);
+std::vector<uint8_t> BuildSystemTopologyBlock(const Board &Board);
 
 // The json protocol's work, usable on its own: EFI_SUCCESS when Text is
 // exactly one JSON value; PrettyPrint writes the reformatted text (member

@@ -15,4 +15,12 @@
 #define QOR_SYSINFO_SATA_DRIVES_OFFSET 64314
 #define QOR_SYSINFO_SATA_DRIVE_ENTRY_SIZE 92
 
+// The data block, located through the system information protocol on every
+// call and kept in a module-wide cache that other readers may use; NULL when
+// the protocol or its data pointer is missing.
+VOID *QorLocateSystemInformationBlock(VOID);
+// The cached block (located on first use).
+VOID *QorCachedSystemInformationBlock(VOID);
+VOID QorSystemInformationLibInit(VOID);
+
 #endif  // QOR_PLATFORM_SYSTEM_INFORMATION_H_

@@ -4,6 +4,8 @@
 #include "platform/cpu_access.h"
 #include "platform/hob_lib.h"
 #include "platform/pcd_lib.h"
+#include "platform/system_information.h"
+#include "platform/system_topology.h"
 
 EFI_HANDLE gImageHandle = nullptr;
 EFI_SYSTEM_TABLE *gST = nullptr;
@@ -18,6 +20,8 @@ EFI_STATUS QorLibraryConstructors(EFI_HANDLE ImageHandle, EFI_SYSTEM_TABLE *Syst
   QorHobLibInit();
   QorPcdLibInit();
   QorCpuAccessInit();
+  QorSystemInformationLibInit();
+  QorSystemTopologyLibInit();
   QorDebugLogInit();
   return EFI_SUCCESS;
 }
