@@ -11,6 +11,8 @@ EFI_STATUS QorFillMiscInfo(UPLOAD_SECTION *Section);
 // Processor and memory sections.
 
 // Firmware and storage sections.
+EFI_STATUS QorFillTpmInfo(UPLOAD_SECTION *Section);
+EFI_STATUS QorFillSataInfo(UPLOAD_SECTION *Section);
 
 // PCI resources and the memory map.
 

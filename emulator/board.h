@@ -61,11 +61,45 @@ struct BytePatch {
   std::vector<uint8_t> Bytes;
 };
 
+// TPM, SATA, BMC transport.
+// One SATA drive entry of the system information block.
+struct SataDriveDef {
+  uint8_t Present = 1;             // 0: an empty entry the driver skips
+  uint8_t PortIndex = 0;
+  std::string Model;
+  std::string Firmware;
+  std::string Capacity;            // capacity as text, e.g. "480GB"
+  uint8_t SpeedIndex = 3;          // 0 unknown, 1 1.5Gbps, 2 3.0Gbps, 3 6.0Gbps
+  uint16_t MediaType = 1;          // 1 SSD, anything else HDD
+  uint16_t FormFactor = 0;
+  std::string Serial;
+};
+
+// One port record of the qor custom protocol's board description.
+struct SataPortDef {
+  uint8_t PortIndex = 0xFF;
+  std::string Slot;
+};
+
+// The qor custom protocol's data block.
+struct CustomProtocolDef {
+  std::vector<SataPortDef> SataPorts;  // at most QOR_CUSTOM_SATA_PORT_COUNT
+};
+
+// The qor ipmi protocol: what the BMC answers to every request.
+struct IpmiDef {
+  std::vector<uint8_t> Response{0x00};  // completion code first
+  EFI_STATUS Status = EFI_SUCCESS;      // what the submission returns
+};
+
+constexpr size_t kCustomProtocolBlockSize = 0x8000;
+
 // The data block behind the system information protocol.
 struct SystemInformationDef {
   bool HasDataBlock = true;        // false: the protocol's member is null
   uint32_t CpuBitMap = 0;
   std::string Stepping;            // stored as UCS-2
+  std::vector<SataDriveDef> SataDrives;
   std::vector<BytePatch> Patches;  // raw bytes at block offsets, applied last
 };
 
@@ -114,6 +148,10 @@ struct Board {
   // ---- processors, memory, SMBIOS, IIO
 
   // ---- TPM, SATA, BMC transport
+  // The "tpm" member is applied while parsing: it sets the probe byte in
+  // MmioBytes and the "Setup" variable in Variables.
+  CustomProtocolDef CustomProtocol;
+  IpmiDef Ipmi;
 };
 
 // Short names of the platform protocols a board may leave out.

@@ -59,6 +59,7 @@ BootResult RunBoot(const Board &Board, const std::vector<Variable> *Variables, c
 
   Result.EntryStatus = Steps.EntryStatus;
   Result.Uploads = Plat.Uploads();
+  Result.IpmiRequests = Plat.IpmiRequests();
   Result.DebugLines = Plat.DebugLines();
   Result.DebugLog = Plat.DebugLog();
   Result.Resets = Fw.Resets();

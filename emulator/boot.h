@@ -20,6 +20,7 @@ namespace qor::emu {
 struct BootResult {
   EFI_STATUS EntryStatus = EFI_NOT_STARTED;
   std::vector<Upload> Uploads;
+  std::vector<IpmiRequest> IpmiRequests;  // commands sent to the BMC over IPMI, in order
   std::vector<DebugLine> DebugLines;
   std::string DebugLog;
   std::vector<ResetRecord> Resets;  // at most one: a reset ends the boot

@@ -152,6 +152,26 @@ std::string BootReportJson(const Board &Board, const BootResult &Result, int Boo
   }
   W.EndArray();
 
+  Key(W, "ipmiRequests");
+  W.StartArray();
+  for (const IpmiRequest &Request : Result.IpmiRequests) {
+    W.StartObject();
+    Key(W, "netFunction");
+    Str(W, Hex(Request.NetFunction, 2));
+    Key(W, "lun");
+    W.Uint(Request.Lun);
+    Key(W, "command");
+    Str(W, Hex(Request.Command, 2));
+    Key(W, "size");
+    W.Uint64(Request.Data.size());
+    Key(W, "data");
+    Str(W, BytesHex(Request.Data));
+    Key(W, "status");
+    Str(W, StatusText(Request.Status));
+    W.EndObject();
+  }
+  W.EndArray();
+
   Key(W, "sections");
   W.StartArray();
   for (const SectionState &State : SectionStates(Result)) {

@@ -81,7 +81,14 @@ void Platform::Install() {
   // processors, memory, SMBIOS, IIO
 
   // TPM, SATA, BMC transport
-
+  if (!IsMissing("custom")) {
+    CustomProtocolBlock_ = BuildCustomProtocolBlock(Board_);
+    InstallOnNewHandle(gQorCustomProtocolGuid, CustomProtocolBlock_.data());
+  }
+  if (!IsMissing("ipmi")) {
+    InitIpmiProtocol(&Ipmi_);
+    InstallOnNewHandle(gQorIpmiProtocolGuid, &Ipmi_);
+  }
 }
 
 void Platform::InstallTrigger(const std::string &Name) {

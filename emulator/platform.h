@@ -29,6 +29,15 @@ struct DebugLine {
   std::string Text;
 };
 
+// One command the driver submitted through the qor ipmi protocol.
+struct IpmiRequest {
+  uint8_t NetFunction;
+  uint8_t Lun;
+  uint8_t Command;
+  std::vector<uint8_t> Data;
+  EFI_STATUS Status;  // what the submission returned
+};
+
 class PcdDatabase;
 
 class Platform {
@@ -83,7 +92,17 @@ class Platform {
   // ---- processors, memory, SMBIOS, IIO
 
   // ---- TPM, SATA, BMC transport
+ public:
+  const std::vector<IpmiRequest> &IpmiRequests() const { return IpmiRequests_; }
+  // Records a request and answers it with the board's response: as many
+  // bytes as fit *ResponseSize, EFI_BUFFER_TOO_SMALL when not all do.
+  EFI_STATUS SubmitIpmiRequest(uint8_t NetFunction, uint8_t Lun, uint8_t Command, const uint8_t *Data,
+                               uint8_t DataSize, uint8_t *Response, uint8_t *ResponseSize);
 
+ private:
+  std::vector<uint8_t> CustomProtocolBlock_;
+  QOR_IPMI_PROTOCOL Ipmi_{};
+  std::vector<IpmiRequest> IpmiRequests_;
 
   std::vector<Upload> Uploads_;
   std::vector<DebugLine> DebugLines_;
@@ -100,6 +119,8 @@ void InitSpiProtocol(QOR_SPI_PROTOCOL *Protocol);
 void InitCpuAccessProtocol(QOR_HOST_CPU_ACCESS_PROTOCOL *Protocol);
 std::vector<uint8_t> BuildSystemInformationBlock(const Board &Board);
 std::vector<uint8_t> BuildSystemTopologyBlock(const Board &Board);
+void InitIpmiProtocol(QOR_IPMI_PROTOCOL *Protocol);
+std::vector<uint8_t> BuildCustomProtocolBlock(const Board &Board);
 
 // The json protocol's work, usable on its own: EFI_SUCCESS when Text is
 // exactly one JSON value; PrettyPrint writes the reformatted text (member

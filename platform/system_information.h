@@ -11,9 +11,45 @@
 // NUL-terminated UCS-2 processor stepping text.
 #define QOR_SYSINFO_STEPPING_TEXT_OFFSET 1348
 #define QOR_SYSINFO_STEPPING_TEXT_MAX_CHARS 32
-// SATA drive entries, 92 bytes each.
+// SATA drive entries, 92 bytes each. As many entries as the drive-count PCD
+// says; the count is 8 bits, so the list never reaches past
+// QOR_SYSINFO_SATA_DRIVES_END.
 #define QOR_SYSINFO_SATA_DRIVES_OFFSET 64314
 #define QOR_SYSINFO_SATA_DRIVE_ENTRY_SIZE 92
+#define QOR_SYSINFO_SATA_DRIVES_MAX 255
+#define QOR_SYSINFO_SATA_DRIVES_END \
+  (QOR_SYSINFO_SATA_DRIVES_OFFSET + QOR_SYSINFO_SATA_DRIVES_MAX * QOR_SYSINFO_SATA_DRIVE_ENTRY_SIZE)
+
+// Link speed index values.
+#define QOR_SATA_SPEED_UNKNOWN 0
+#define QOR_SATA_SPEED_1_5G 1
+#define QOR_SATA_SPEED_3G 2
+#define QOR_SATA_SPEED_6G 3
+// Media type: solid state; any other value is a rotating disk.
+#define QOR_SATA_MEDIA_SSD 1
+
+// Text fields are NUL-terminated ASCII within their width.
+#pragma pack(push, 1)
+typedef struct {
+  UINT8 Present;          // 0: no drive, the entry is skipped
+  UINT8 Reserved;
+  UINT8 PortIndex;        // matched against the custom protocol's port records
+  CHAR8 Model[41];
+  CHAR8 FwVersion[9];
+  CHAR8 Capacity[12];     // capacity as text, e.g. "480GB"
+  UINT8 SpeedIndex;       // QOR_SATA_SPEED_*
+  UINT16 MediaType;       // QOR_SATA_MEDIA_SSD or another value
+  UINT16 FormFactor;
+  CHAR8 SerialNumber[22];
+} QOR_SATA_DRIVE_ENTRY;
+#pragma pack(pop)
+static_assert(sizeof(QOR_SATA_DRIVE_ENTRY) == QOR_SYSINFO_SATA_DRIVE_ENTRY_SIZE, "SATA drive entry is 92 bytes");
+static_assert(offsetof(QOR_SATA_DRIVE_ENTRY, FwVersion) == 44, "SATA FwVersion at 44");
+static_assert(offsetof(QOR_SATA_DRIVE_ENTRY, Capacity) == 53, "SATA Capacity at 53");
+static_assert(offsetof(QOR_SATA_DRIVE_ENTRY, SpeedIndex) == 65, "SATA SpeedIndex at 65");
+static_assert(offsetof(QOR_SATA_DRIVE_ENTRY, MediaType) == 66, "SATA MediaType at 66");
+static_assert(offsetof(QOR_SATA_DRIVE_ENTRY, FormFactor) == 68, "SATA FormFactor at 68");
+static_assert(offsetof(QOR_SATA_DRIVE_ENTRY, SerialNumber) == 70, "SATA SerialNumber at 70");
 
 // The data block, located through the system information protocol on every
 // call and kept in a module-wide cache that other readers may use; NULL when
