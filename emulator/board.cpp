@@ -4,6 +4,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "emulator/board_iio_training.h"
 #include "emulator/board_json.h"
 
 namespace qor::emu {
@@ -12,6 +13,7 @@ extern const char kBuiltInBoardJson[];
 
 const std::vector<std::string> kProtocolNames = {
     "json", "quickTrans", "spi", "debugPrint", "pcd", "piPcd", "systemInformation", "systemTopology",
+    "iioSys",
 };
 
 bool PcdExKey::operator<(const PcdExKey &Other) const {
@@ -90,8 +92,7 @@ std::vector<uint8_t> ParseMrcData(const JsonField &Mrc) {
     }
   }
   if (auto Results = Mrc.Optional("socketResults")) {
-    std::vector<uint8_t> Bytes = Results->Bytes();
-    if (Bytes.size() > kMrcSocketResultBytes) Results->Fail("at most 360 bytes of socket results");
+    std::vector<uint8_t> Bytes = ParseMrcSocketResults(*Results);
     std::memcpy(Data.data() + kMrcPpinCount * 8, Bytes.data(), Bytes.size());
   }
   return Data;
@@ -220,6 +221,7 @@ void ParseBoardObject(const JsonField &Root, Board *Out) {
       // memory map
 
       // processors, memory, SMBIOS, IIO
+      "iio", "indexedIo",
 
       // TPM, SATA, BMC transport
 
@@ -276,6 +278,8 @@ void ParseBoardObject(const JsonField &Root, Board *Out) {
   // memory map
 
   // processors, memory, SMBIOS, IIO
+  if (auto Iio = Root.Optional("iio")) ParseIio(*Iio, Out);
+  if (auto IndexedIo = Root.Optional("indexedIo")) ParseIndexedIo(*IndexedIo, Out);
 
   // TPM, SATA, BMC transport
 
