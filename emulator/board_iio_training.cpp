@@ -15,6 +15,11 @@ namespace {
 
 constexpr const char *kPortLetterNames[QOR_IIO_PORT_LETTERS] = {"A", "B", "C", "D", "E", "F", "G", "H"};
 
+// memcpy that accepts an empty source (whose data() may be null).
+void CopyBytes(uint8_t *Destination, const std::vector<uint8_t> &Source) {
+  if (!Source.empty()) std::memcpy(Destination, Source.data(), Source.size());
+}
+
 uint8_t Byte(const JsonField &Field) { return static_cast<uint8_t>(Field.Uint(0xFF)); }
 
 // A number key of an object ("2", "0x20"), at most Max.
@@ -35,7 +40,7 @@ std::array<uint8_t, QOR_IIO_PORT_LETTERS> ParsePortBytes(const JsonField &Ports)
   }
   std::vector<uint8_t> Bytes = Ports.Bytes();
   if (Bytes.size() > QOR_IIO_PORT_LETTERS) Ports.Fail("at most 8 port bytes (A to H)");
-  std::memcpy(Out.data(), Bytes.data(), Bytes.size());
+  CopyBytes(Out.data(), Bytes);
   return Out;
 }
 
@@ -48,7 +53,7 @@ void ParseVmd(const JsonField &Vmd, IioDef *Iio) {
     for (size_t Socket = 0; Socket < Sockets.size(); Socket++) {
       std::vector<uint8_t> Stacks = Sockets[Socket].Bytes();
       if (Stacks.size() > QOR_IIO_VMD_STACK_ENABLE_SOCKET_STRIDE) Sockets[Socket].Fail("at most 8 stack bytes");
-      std::memcpy(Iio->VmdStackEnable[Socket].data(), Stacks.data(), Stacks.size());
+      CopyBytes(Iio->VmdStackEnable[Socket].data(), Stacks);
     }
   }
   if (auto Assign = Vmd.Optional("portAssign")) {
@@ -130,7 +135,9 @@ void ParseSocketResult(const JsonField &Socket, QOR_MRC_SOCKET_RESULT *Out) {
     auto List = Channels->Elements();
     if (List.size() > QOR_MRC_CHANNELS_PER_SOCKET) Channels->Fail("at most 8 channels");
     Out->ChannelNum = static_cast<uint8_t>(List.size());
-    for (size_t Channel = 0; Channel < List.size(); Channel++) ParseChannel(List[Channel], Channel, &Out->Channels[Channel]);
+    for (size_t Channel = 0; Channel < List.size(); Channel++) {
+      ParseChannel(List[Channel], Channel, &Out->Channels[Channel]);
+    }
   }
   if (auto Count = Socket.Optional("channelNum")) Out->ChannelNum = Byte(*Count);
 }
@@ -192,7 +199,7 @@ std::vector<uint8_t> BuildIioData(const Board &Board) {
     std::memcpy(Data.data() + QOR_IIO_VMD_PORT_ASSIGN_OFFSET + Socket * QOR_IIO_VMD_PORT_ASSIGN_SOCKET_STRIDE,
                 Def.VmdPortAssign[Socket].data(), kIioVmdPortAssignBytes);
   }
-  for (const BytePatch &Patch : Def.Patches) std::memcpy(Data.data() + Patch.Offset, Patch.Bytes.data(), Patch.Bytes.size());
+  for (const BytePatch &Patch : Def.Patches) CopyBytes(Data.data() + Patch.Offset, Patch.Bytes);
   return Data;
 }
 

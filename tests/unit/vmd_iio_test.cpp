@@ -43,7 +43,8 @@ TEST_F(VmdInfoTest, DisabledUnlessBothBytesAreOneOnASearchedStack) {
   // Stacks 0 and 6 are never searched. Port 7 of a stack 0 would land on
   // the first byte of the socket's assignment block.
   EXPECT_EQ(FillWith(R"({"iio": {"vmd": {"stackEnable": [[1, 0, 0, 0, 0, 0, 1, 1]],
-                                         "portAssign": [{"6": [1, 1, 1, 1, 1, 1, 1, 1], "7": [1, 1, 1, 1, 1, 1, 1, 1]}]},
+                                         "portAssign": [{"6": [1, 1, 1, 1, 1, 1, 1, 1],
+                                                         "7": [1, 1, 1, 1, 1, 1, 1, 1]}]},
                                  "patches": [{"offset": 6985, "bytes": [1]}]}})"),
             R"({"Enable":false})");
   // An assignment on another stack than the enabled one.
@@ -97,7 +98,8 @@ struct BifurcationCase {
 
 TEST_F(IioInfoTest, EachBifurcationSelectsItsPortLetters) {
   const BifurcationCase Cases[] = {
-      {17, R"({"Port2A":"10","Port2B":"11","Port2C":"12","Port2D":"13","Port2E":"14","Port2F":"15","Port2G":"16","Port2H":"17"})"},
+      {17, R"({"Port2A":"10","Port2B":"11","Port2C":"12","Port2D":"13",)"
+           R"("Port2E":"14","Port2F":"15","Port2G":"16","Port2H":"17"})"},
       {18, R"({"Port2A":"10","Port2B":"11","Port2C":"12","Port2D":"13","Port2E":"14","Port2G":"16"})"},
       {19, R"({"Port2A":"10","Port2B":"11","Port2C":"12","Port2D":"13","Port2E":"14"})"},
       {33, R"({"Port2A":"10","Port2C":"12","Port2E":"14","Port2F":"15","Port2G":"16","Port2H":"17"})"},
