@@ -86,9 +86,6 @@ TEST_F(DimmResultTest, CpuBitMapIsZeroWithoutTheSystemInformationBlock) {
   TearDown();
   StartWith(R"({"pcd": {"tokens": {"22": 0}}, "systemInformation": {"dataBlock": false}})");
   EXPECT_EQ(Fill(), R"({"CpuBitMap":0,"SocketResult":[]})");
-  TearDown();
-  StartWith(R"({"pcd": {"tokens": {"22": 0}}, "systemInformation": {"cpuBitMap": "0x8000000F"}})");
-  EXPECT_EQ(Fill(), R"({"CpuBitMap":2147483663,"SocketResult":[]})");
 }
 
 TEST_F(DimmResultTest, ShortHobReportsOnlyTheRecordBytesItHolds) {
