@@ -9,6 +9,9 @@ EFI_STATUS QorFillPchInfo(UPLOAD_SECTION *Section);
 EFI_STATUS QorFillMiscInfo(UPLOAD_SECTION *Section);
 
 // Processor and memory sections.
+EFI_STATUS QorFillDimmResult(UPLOAD_SECTION *Section);
+EFI_STATUS QorFillVmdInfo(UPLOAD_SECTION *Section);
+EFI_STATUS QorUpdateIioInfo(UPLOAD_SECTION *Section);
 
 // Firmware and storage sections.
 EFI_STATUS QorFillTpmInfo(UPLOAD_SECTION *Section);

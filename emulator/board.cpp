@@ -5,6 +5,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "emulator/board_iio_training.h"
 #include "emulator/board_json.h"
 #include "platform/custom_protocol.h"
 #include "platform/guids.h"
@@ -19,6 +20,7 @@ const std::vector<std::string> kProtocolNames = {
     "json", "quickTrans", "spi", "debugPrint", "pcd", "piPcd", "systemInformation", "systemTopology",
     "custom",
     "ipmi",
+    "iioSys",
 };
 
 bool PcdExKey::operator<(const PcdExKey &Other) const {
@@ -97,8 +99,7 @@ std::vector<uint8_t> ParseMrcData(const JsonField &Mrc) {
     }
   }
   if (auto Results = Mrc.Optional("socketResults")) {
-    std::vector<uint8_t> Bytes = Results->Bytes();
-    if (Bytes.size() > kMrcSocketResultBytes) Results->Fail("at most 360 bytes of socket results");
+    std::vector<uint8_t> Bytes = ParseMrcSocketResults(*Results);
     std::memcpy(Data.data() + kMrcPpinCount * 8, Bytes.data(), Bytes.size());
   }
   return Data;
@@ -385,6 +386,7 @@ void ParseBoardObject(const JsonField &Root, Board *Out) {
       // memory map
 
       // processors, memory, SMBIOS, IIO
+      "iio", "indexedIo",
 
       // TPM, SATA, BMC transport
       "tpm", "customProtocol", "ipmi",
@@ -441,6 +443,8 @@ void ParseBoardObject(const JsonField &Root, Board *Out) {
   // memory map
 
   // processors, memory, SMBIOS, IIO
+  if (auto Iio = Root.Optional("iio")) ParseIio(*Iio, Out);
+  if (auto IndexedIo = Root.Optional("indexedIo")) ParseIndexedIo(*IndexedIo, Out);
 
   // TPM, SATA, BMC transport
   if (auto Tpm = Root.Optional("tpm")) ParseTpm(*Tpm, Out);

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "emulator/board_iio_training.h"
 #include "emulator/variable_store.h"
 #include "platform/uefi_base.h"
 
@@ -146,6 +147,7 @@ struct Board {
   // ---- memory map served by GetMemoryMap
 
   // ---- processors, memory, SMBIOS, IIO
+  IioDef Iio;  // iio sys protocol data, IIO port HOB, indexed I/O
 
   // ---- TPM, SATA, BMC transport
   // The "tpm" member is applied while parsing: it sets the probe byte in

@@ -16,12 +16,13 @@ UINT64 EFIAPI ReadMsr(UINT32 Index) {
 
 UINT8 EFIAPI IoRead8(UINT16 Port) {
   Current().CountCpuAccess();
-  const auto &Ports = Current().GetBoard().IoPorts;
-  auto It = Ports.find(Port);
-  return It == Ports.end() ? 0xFF : It->second;
+  return Current().Io().Read(Port);
 }
 
-VOID EFIAPI IoWrite8(UINT16, UINT8) { Current().CountCpuAccess(); }
+VOID EFIAPI IoWrite8(UINT16 Port, UINT8 Value) {
+  Current().CountCpuAccess();
+  Current().Io().Write(Port, Value);
+}
 
 UINT64 EFIAPI MmioRead(UINT64 Address, UINT32 Width) {
   Current().CountCpuAccess();

@@ -34,6 +34,7 @@ std::vector<uint64_t> BuildHobList(const Board &Board) {
   Bytes.resize(sizeof(Phit));
   std::memcpy(Bytes.data(), &Phit, sizeof(Phit));
   if (Board.MrcData) AppendGuidHob(&Bytes, gQorMrcDataHobGuid, *Board.MrcData);
+  if (Board.Iio.PortHob) AppendGuidHob(&Bytes, gQorIioPortHobGuid, *Board.Iio.PortHob);
   for (const GuidHob &Hob : Board.GuidHobs) AppendGuidHob(&Bytes, Hob.Name, Hob.Data);
   EFI_HOB_GENERIC_HEADER End{EFI_HOB_TYPE_END_OF_HOB_LIST, sizeof(EFI_HOB_GENERIC_HEADER), 0};
   size_t Start = Bytes.size();

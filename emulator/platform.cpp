@@ -20,7 +20,8 @@ const EFI_GUID *TriggerGuid(const std::string &Name) {
 
 Platform *Platform::Current() { return gPlatform; }
 
-Platform::Platform(Firmware &Fw, const Board &Board) : Fw_(Fw), Board_(Board) {
+Platform::Platform(Firmware &Fw, const Board &Board)
+    : Fw_(Fw), Board_(Board), Io_(Board_.IoPorts, Board_.Iio.IndexedIo) {
   Pcds_ = std::make_unique<PcdDatabase>(Board_);
   for (const auto &Name : Board_.Faults.FailVariableGet) Fw_.Variables().FailGet(ToU16(Name));
   for (const auto &Name : Board_.Faults.FailVariableSet) Fw_.Variables().FailSet(ToU16(Name));
@@ -79,6 +80,11 @@ void Platform::Install() {
   // memory map
 
   // processors, memory, SMBIOS, IIO
+  if (!IsMissing("iioSys")) {
+    IioData_ = BuildIioData(Board_);
+    IioSys_.IioData = Board_.Iio.HasIioData ? IioData_.data() : nullptr;
+    InstallOnNewHandle(gQorIioSysProtocolGuid, &IioSys_);
+  }
 
   // TPM, SATA, BMC transport
   if (!IsMissing("custom")) {

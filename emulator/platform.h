@@ -12,6 +12,7 @@
 
 #include "emulator/board.h"
 #include "emulator/firmware.h"
+#include "emulator/io_ports.h"
 #include "platform/cpu_access.h"
 #include "platform/vendor_protocols.h"
 
@@ -65,6 +66,7 @@ class Platform {
   std::string DebugLog() const;
   std::vector<std::string> TriggersInstalled() const { return Triggers_; }
   uint64_t CpuAccessCount() const { return CpuAccesses_; }
+  IoPortSpace &Io() { return Io_; }
 
   // Called by the protocol implementations.
   EFI_STATUS RecordUpload(const std::string &Name, const uint8_t *Data, uint32_t Size);
@@ -90,6 +92,9 @@ class Platform {
   // ---- memory map
 
   // ---- processors, memory, SMBIOS, IIO
+  IoPortSpace Io_;
+  std::vector<uint8_t> IioData_;
+  QOR_IIO_SYS_PROTOCOL IioSys_{};
 
   // ---- TPM, SATA, BMC transport
  public:
