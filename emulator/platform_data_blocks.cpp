@@ -47,7 +47,7 @@ std::vector<uint8_t> BuildSystemInformationBlock(const Board &Board) {
     std::memcpy(Block.data() + QOR_SYSINFO_SATA_DRIVES_OFFSET + I * sizeof(Entry), &Entry, sizeof(Entry));
   }
   for (const BytePatch &Patch : Info.Patches) {
-    std::memcpy(Block.data() + Patch.Offset, Patch.Bytes.data(), Patch.Bytes.size());
+    if (!Patch.Bytes.empty()) std::memcpy(Block.data() + Patch.Offset, Patch.Bytes.data(), Patch.Bytes.size());
   }
   return Block;
 }
