@@ -12,9 +12,13 @@ namespace {
 const char kUploadStart[] = "QorUploadInfoData ---start(5922816)\n";
 }
 
+class SectionFilled : public RegistryOnEmulator {};
+class SectionEvent : public RegistryOnEmulator {};
+class ForceUpload : public RegistryOnEmulator {};
+
 // ---------------------------------------------------------------- QorSetSectionFilled
 
-TEST_F(RegistryOnEmulator, SetSectionFilledRejectsIndicesOutsideTheRegistry) {
+TEST_F(SectionFilled, RejectsIndicesOutsideTheRegistry) {
   for (UINT32 Index : {14u, 15u, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFFu}) {
     EXPECT_EQ(QorSetSectionFilled(Index), EFI_INVALID_PARAMETER) << Index;
   }
@@ -22,14 +26,14 @@ TEST_F(RegistryOnEmulator, SetSectionFilledRejectsIndicesOutsideTheRegistry) {
   EXPECT_TRUE(Plat->DebugLines().empty());
 }
 
-TEST_F(RegistryOnEmulator, SetSectionFilledMarksOnlyItsRecordWhileOthersAreMissing) {
+TEST_F(SectionFilled, MarksOnlyItsRecordWhileOthersAreMissing) {
   EXPECT_EQ(QorSetSectionFilled(QorSectionDimmInfo), EFI_SUCCESS);
   for (UINT32 I = 0; I < QOR_SECTION_COUNT; I++) EXPECT_EQ(gQorUploadSections[I].Filled, I == 4) << I;
   EXPECT_TRUE(Plat->Uploads().empty());
   EXPECT_FALSE(DataUploaded);
 }
 
-TEST_F(RegistryOnEmulator, TheLastSectionToFillStartsExactlyOneUpload) {
+TEST_F(SectionFilled, TheLastSectionToFillStartsExactlyOneUpload) {
   // Any order: the set completes with the thirteenth call, on section 0.
   for (UINT32 Index : {13u, 2u, 7u, 1u, 12u, 3u, 11u, 4u, 10u, 5u, 9u, 6u, 8u}) {
     ASSERT_EQ(QorSetSectionFilled(Index), EFI_SUCCESS);
@@ -41,7 +45,7 @@ TEST_F(RegistryOnEmulator, TheLastSectionToFillStartsExactlyOneUpload) {
   EXPECT_TRUE(DataUploaded);
 }
 
-TEST_F(RegistryOnEmulator, AFailedAutomaticUploadLeavesTheForcedOneToSend) {
+TEST_F(SectionFilled, AFailedAutomaticUploadLeavesTheForcedOneToSend) {
   Start(BoardFrom(R"({"faults":{"missingProtocols":["json"]}})"));
   MarkAllFilledExcept(QorSectionIioInfo);
   EXPECT_EQ(QorSetSectionFilled(QorSectionIioInfo), EFI_NOT_FOUND);
@@ -61,7 +65,7 @@ TEST_F(RegistryOnEmulator, AFailedAutomaticUploadLeavesTheForcedOneToSend) {
                                            "Upload bios info to BMC Success\n"}));
 }
 
-TEST_F(RegistryOnEmulator, AForcedPartialUploadIsFollowedByTheCompleteOne) {
+TEST_F(SectionFilled, AForcedPartialUploadIsFollowedByTheCompleteOne) {
   SetText(QorSectionBiosVersion, R"({"Code":"QSV2S"})");
   MarkAllFilledExcept(QorSectionVmdInfo);
   QorForceUploadCallBack(nullptr, nullptr);
@@ -81,7 +85,7 @@ TEST_F(RegistryOnEmulator, AForcedPartialUploadIsFollowedByTheCompleteOne) {
 
 // ---------------------------------------------------------------- QorUpdateEventCallBack
 
-TEST_F(RegistryOnEmulator, UpdateEventRunsTheFillerOnceAndClosesItsEvent) {
+TEST_F(SectionEvent, RunsTheFillerOnceAndClosesItsEvent) {
   EFI_EVENT Event = nullptr;
   ASSERT_EQ(gBS->CreateEvent(EVT_NOTIFY_SIGNAL, TPL_CALLBACK, QorUpdateEventCallBack,
                              reinterpret_cast<VOID *>(static_cast<UINTN>(QorSectionMiscInfo)), &Event),
@@ -95,7 +99,7 @@ TEST_F(RegistryOnEmulator, UpdateEventRunsTheFillerOnceAndClosesItsEvent) {
   EXPECT_EQ(gBS->SignalEvent(Event), EFI_INVALID_PARAMETER);
 }
 
-TEST_F(RegistryOnEmulator, UpdateEventForASectionWithoutFillerIsAnInvalidTypeAndStaysOpen) {
+TEST_F(SectionEvent, ASectionWithoutFillerIsAnInvalidTypeAndItsEventStaysOpen) {
   gQorUploadSections[QorSectionCpuInfo].Fill = nullptr;
   EFI_EVENT Event = nullptr;
   ASSERT_EQ(gBS->CreateEvent(EVT_NOTIFY_SIGNAL, TPL_CALLBACK, QorUpdateEventCallBack,
@@ -111,7 +115,7 @@ TEST_F(RegistryOnEmulator, UpdateEventForASectionWithoutFillerIsAnInvalidTypeAnd
   EXPECT_FALSE(gQorUploadSections[QorSectionCpuInfo].Filled);
 }
 
-TEST_F(RegistryOnEmulator, UpdateEventWithAContextOutsideTheRegistryIsAnInvalidType) {
+TEST_F(SectionEvent, AContextOutsideTheRegistryIsAnInvalidType) {
   QorUpdateEventCallBack(nullptr, reinterpret_cast<VOID *>(static_cast<UINTN>(14)));
   QorUpdateEventCallBack(nullptr, reinterpret_cast<VOID *>(~static_cast<UINTN>(0)));
   EXPECT_EQ(LogLines(), (std::vector<std::string>{"Invalid Type 14\n", "Invalid Type 4294967295\n"}));
@@ -120,7 +124,7 @@ TEST_F(RegistryOnEmulator, UpdateEventWithAContextOutsideTheRegistryIsAnInvalidT
 
 // ---------------------------------------------------------------- QorForceUploadCallBack
 
-TEST_F(RegistryOnEmulator, ForceUploadListsEverySectionThenSendsWhatIsThere) {
+TEST_F(ForceUpload, ListsEverySectionThenSendsWhatIsThere) {
   gQorUploadSections[QorSectionBiosVersion].Filled = TRUE;
   gQorUploadSections[QorSectionMiscInfo].Filled = TRUE;
   QorForceUploadCallBack(nullptr, nullptr);
@@ -140,7 +144,7 @@ TEST_F(RegistryOnEmulator, ForceUploadListsEverySectionThenSendsWhatIsThere) {
   EXPECT_TRUE(DataUploaded);
 }
 
-TEST_F(RegistryOnEmulator, ForceUploadAfterAnUploadOnlySaysSo) {
+TEST_F(ForceUpload, AfterAnUploadOnlySaysSo) {
   DataUploaded = TRUE;
   QorForceUploadCallBack(nullptr, nullptr);
   EXPECT_EQ(LogLines(),
