@@ -105,3 +105,19 @@ TEST(ForcedUpload, ListsEverySectionInRegistryOrderWithItsState) {
     EXPECT_TRUE(IsEmptyObject(Document[kSectionOrder[I].c_str()])) << kSectionOrder[I];
   }
 }
+
+TEST(ForcedUpload, ShowsEachFillerMarkedItsOwnRecord) {
+  // Without the ready-to-lock protocol PcieResource never fills, so the late
+  // trigger always forces the upload.
+  qor::emu::BootResult Result = Boot(R"({"triggers":{"order":["fill","late"]}})");
+  std::vector<std::string> Listing = ForceListing(Result);
+  ASSERT_EQ(Listing.size(), 14u);
+  EXPECT_EQ(Listing[0], "1") << "BiosVersion";
+  EXPECT_EQ(Listing[1], "1") << "PchInfo";
+  EXPECT_EQ(Listing[10], "1") << "MiscInfo";
+  EXPECT_EQ(Listing[11], "0") << "PcieResource";
+  rapidjson::Document Document = OnlyDocument(Result);
+  ASSERT_TRUE(Document.IsObject());
+  EXPECT_TRUE(IsEmptyObject(Document["MiscInfo"]));
+  EXPECT_TRUE(IsEmptyObject(Document["PcieResource"]));
+}
