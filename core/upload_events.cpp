@@ -66,7 +66,9 @@ VOID EFIAPI QorUpdateEventCallBack(EFI_EVENT Event, VOID *Context) {
 }
 
 EFI_STATUS QorSetSectionFilled(UINT32 Index) {
-  if ((INT32)Index >= QOR_SECTION_COUNT) return EFI_INVALID_PARAMETER;
+  // Indices that are negative as signed values are refused as well: they
+  // would address memory far outside the registry.
+  if (Index >= QOR_SECTION_COUNT) return EFI_INVALID_PARAMETER;
   gQorUploadSections[Index].Filled = TRUE;
   for (UINT32 I = 0; I < QOR_SECTION_COUNT; I++) {
     if (!gQorUploadSections[I].Filled) return EFI_SUCCESS;

@@ -72,7 +72,9 @@ EFI_STATUS QorUploadInfoData(VOID) {
     return Status;
   }
 
-  CHAR8 *Assembly = (CHAR8 *)QorAllocateZeroPool((UINTN)TotalBufferSize);
+  // Without any section buffer (the first allocation at entry failed) there
+  // is no room even for a terminator: nothing can be assembled.
+  CHAR8 *Assembly = TotalBufferSize == 0 ? nullptr : (CHAR8 *)QorAllocateZeroPool((UINTN)TotalBufferSize);
   if (Assembly == nullptr) return EFI_OUT_OF_RESOURCES;
 
   UINT64 Length = QorAppendText(Assembly, TotalBufferSize, "{");
