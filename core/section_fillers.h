@@ -13,6 +13,7 @@ EFI_STATUS QorFillMiscInfo(UPLOAD_SECTION *Section);
 // Firmware and storage sections.
 
 // PCI resources and the memory map.
+EFI_STATUS QorFillMemoryMap(UPLOAD_SECTION *Section);
 
 // Flash information upload, hung on the fill trigger.
 VOID EFIAPI QorUploadFlashInfoCallBack(EFI_EVENT Event, VOID *Context);
