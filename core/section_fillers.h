@@ -18,6 +18,7 @@ EFI_STATUS QorFillTpmInfo(UPLOAD_SECTION *Section);
 EFI_STATUS QorFillSataInfo(UPLOAD_SECTION *Section);
 
 // PCI resources and the memory map.
+EFI_STATUS QorFillMemoryMap(UPLOAD_SECTION *Section);
 
 // Flash information upload, hung on the fill trigger.
 VOID EFIAPI QorUploadFlashInfoCallBack(EFI_EVENT Event, VOID *Context);

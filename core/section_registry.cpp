@@ -16,7 +16,7 @@ UPLOAD_SECTION gQorUploadSections[QOR_SECTION_COUNT] = {
     {"PcieTopology", 0x80000, nullptr, FALSE, nullptr, 0, 0},
     {"MiscInfo", 0x80000, QorFillMiscInfo, FALSE, nullptr, 0, 0},
     {"PcieResource", 0x80000, nullptr, FALSE, nullptr, 0, 0},
-    {"MemoryMap", 0x80000, nullptr, FALSE, nullptr, 0, 0},
+    {"MemoryMap", 0x80000, QorFillMemoryMap, FALSE, nullptr, 0, 0},
     {"IioInfo", 0x10000, QorUpdateIioInfo, FALSE, nullptr, 0, 0},
 };
 

@@ -145,6 +145,20 @@ struct Board {
   FaultPlan Faults;
 
   // ---- memory map served by GetMemoryMap
+  // Served as written: order, gaps and overlaps are the board's; the pool's
+  // own allocations do not appear in it, so documents stay reproducible.
+  struct MemoryDescriptor {
+    uint32_t Type = 0;        // EFI_MEMORY_TYPE, or any OEM/OS value
+    uint64_t Start = 0;       // PhysicalStart, 4 KiB aligned
+    uint64_t Pages = 0;       // NumberOfPages, at least 1
+    uint64_t Attribute = 0;
+  };
+  struct MemoryMapDef {
+    uint64_t DescriptorSize = 48;   // what GetMemoryMap reports; >= 40, a multiple of 8
+    uint32_t DescriptorVersion = 1;
+    std::vector<MemoryDescriptor> Descriptors;
+  };
+  MemoryMapDef MemoryMap;
 
   // ---- processors, memory, SMBIOS, IIO
   IioDef Iio;  // iio sys protocol data, IIO port HOB, indexed I/O

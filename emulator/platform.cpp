@@ -78,6 +78,18 @@ void Platform::Install() {
     InstallOnNewHandle(gQorSystemTopologyDataGuid, SystemTopologyBlock_.data());
   }
   // memory map
+  {
+    std::vector<EFI_MEMORY_DESCRIPTOR> Map;
+    for (const Board::MemoryDescriptor &Entry : Board_.MemoryMap.Descriptors) {
+      EFI_MEMORY_DESCRIPTOR Descriptor{};
+      Descriptor.Type = Entry.Type;
+      Descriptor.PhysicalStart = Entry.Start;
+      Descriptor.NumberOfPages = Entry.Pages;
+      Descriptor.Attribute = Entry.Attribute;
+      Map.push_back(Descriptor);
+    }
+    Fw_.SetMemoryMap(std::move(Map), Board_.MemoryMap.DescriptorSize, Board_.MemoryMap.DescriptorVersion);
+  }
 
   // processors, memory, SMBIOS, IIO
   if (!IsMissing("iioSys")) {
