@@ -157,20 +157,25 @@ EFI_STATUS EFIAPI BsLocateHandleBuffer(EFI_LOCATE_SEARCH_TYPE SearchType, EFI_GU
 EFI_STATUS EFIAPI BsLocateProtocol(EFI_GUID *Protocol, VOID *Registration, VOID **Interface) {
   return Fw().LocateProtocol(Protocol, Registration, Interface);
 }
+// Applies Apply to each (GUID, interface) pair of a variadic list ended by a
+// null GUID pointer, stopping at the first failure.
+template <typename ApplyPair>
+EFI_STATUS ForEachInterfacePair(VA_LIST Marker, ApplyPair Apply) {
+  for (;;) {
+    EFI_GUID *Guid = VA_ARG(Marker, EFI_GUID *);
+    if (Guid == nullptr) return EFI_SUCCESS;
+    VOID *Interface = VA_ARG(Marker, VOID *);
+    EFI_STATUS Status = Apply(*Guid, Interface);
+    if (EFI_ERROR(Status)) return Status;
+  }
+}
 EFI_STATUS EFIAPI BsInstallMultipleProtocolInterfaces(EFI_HANDLE *Handle, ...) {
   Fw().Count("InstallMultipleProtocolInterfaces");
   if (Handle == nullptr) return EFI_INVALID_PARAMETER;
   VA_LIST Marker;
   VA_START(Marker, Handle);
-  EFI_STATUS Status = EFI_SUCCESS;
-  // Pairs of (GUID pointer, interface) up to a null GUID pointer.
-  for (;;) {
-    EFI_GUID *Guid = VA_ARG(Marker, EFI_GUID *);
-    if (Guid == nullptr) break;
-    VOID *Interface = VA_ARG(Marker, VOID *);
-    Status = Fw().InstallProtocol(Handle, *Guid, Interface);
-    if (EFI_ERROR(Status)) break;
-  }
+  EFI_STATUS Status = ForEachInterfacePair(
+      Marker, [Handle](const EFI_GUID &Guid, VOID *Interface) { return Fw().InstallProtocol(Handle, Guid, Interface); });
   VA_END(Marker);
   return Status;
 }
@@ -178,14 +183,9 @@ EFI_STATUS EFIAPI BsUninstallMultipleProtocolInterfaces(EFI_HANDLE Handle, ...) 
   Fw().Count("UninstallMultipleProtocolInterfaces");
   VA_LIST Marker;
   VA_START(Marker, Handle);
-  EFI_STATUS Status = EFI_SUCCESS;
-  for (;;) {
-    EFI_GUID *Guid = VA_ARG(Marker, EFI_GUID *);
-    if (Guid == nullptr) break;
-    VOID *Interface = VA_ARG(Marker, VOID *);
-    Status = Fw().UninstallProtocol(Handle, *Guid, Interface);
-    if (EFI_ERROR(Status)) break;
-  }
+  EFI_STATUS Status = ForEachInterfacePair(Marker, [Handle](const EFI_GUID &Guid, VOID *Interface) {
+    return Fw().UninstallProtocol(Handle, Guid, Interface);
+  });
   VA_END(Marker);
   return Status;
 }
