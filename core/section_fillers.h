@@ -9,6 +9,8 @@ EFI_STATUS QorFillPchInfo(UPLOAD_SECTION *Section);
 EFI_STATUS QorFillMiscInfo(UPLOAD_SECTION *Section);
 
 // Processor and memory sections.
+EFI_STATUS QorFillCpuInfo(UPLOAD_SECTION *Section);
+EFI_STATUS QorFillDimmInfo(UPLOAD_SECTION *Section);
 
 // Firmware and storage sections.
 
