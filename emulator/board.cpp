@@ -12,6 +12,7 @@ extern const char kBuiltInBoardJson[];
 
 const std::vector<std::string> kProtocolNames = {
     "json", "quickTrans", "spi", "debugPrint", "pcd", "piPcd", "systemInformation", "systemTopology",
+    "smbios", "cpuPower", "pciRootBridgeIo",
 };
 
 bool PcdExKey::operator<(const PcdExKey &Other) const {
@@ -98,7 +99,8 @@ std::vector<uint8_t> ParseMrcData(const JsonField &Mrc) {
 }
 
 void ParseHobs(const JsonField &Hobs, Board *Out) {
-  Hobs.AllowOnly({"mrcData", "guidHobs"});
+  Hobs.AllowOnly({"mrcData", "guidHobs",
+                  "processorSpeed", "dimmMap", "memoryMap"});
   if (auto Mrc = Hobs.Optional("mrcData")) {
     if (Mrc->IsNull()) {
       Out->MrcData.reset();
@@ -113,6 +115,7 @@ void ParseHobs(const JsonField &Hobs, Board *Out) {
       Out->GuidHobs.push_back({Entry.At("guid").Guid(), Entry.At("data").Bytes()});
     }
   }
+  ParseCpuMemoryHobs(Hobs, Out);
 }
 
 void ParseVariables(const JsonField &Variables, Board *Out) {
@@ -220,6 +223,7 @@ void ParseBoardObject(const JsonField &Root, Board *Out) {
       // memory map
 
       // processors, memory, SMBIOS, IIO
+      "smbios", "pci", "cpuPower",
 
       // TPM, SATA, BMC transport
 
@@ -276,6 +280,9 @@ void ParseBoardObject(const JsonField &Root, Board *Out) {
   // memory map
 
   // processors, memory, SMBIOS, IIO
+  if (auto Smbios = Root.Optional("smbios")) ParseSmbios(*Smbios, Out);
+  if (auto Pci = Root.Optional("pci")) ParsePci(*Pci, Out);
+  if (auto CpuPower = Root.Optional("cpuPower")) ParseCpuPower(*CpuPower, Out);
 
   // TPM, SATA, BMC transport
 

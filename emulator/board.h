@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "emulator/board_cpu_memory.h"
 #include "emulator/variable_store.h"
 #include "platform/uefi_base.h"
 
@@ -112,6 +113,12 @@ struct Board {
   // ---- memory map served by GetMemoryMap
 
   // ---- processors, memory, SMBIOS, IIO
+  SmbiosDef Smbios;
+  PciDef Pci;
+  std::optional<std::vector<uint8_t>> ProcessorSpeedHob;  // maximum core ratio per socket
+  std::optional<std::vector<uint8_t>> DimmMapHob;         // 9-byte entries with the end entry
+  std::optional<MemoryMapDef> MemoryMap;
+  CpuPowerDef CpuPower;
 
   // ---- TPM, SATA, BMC transport
 };

@@ -11,7 +11,11 @@
 #include <vector>
 
 #include "emulator/board.h"
+#include "emulator/cpu_memory_data.h"
 #include "emulator/firmware.h"
+#include "emulator/pci_model.h"
+#include "emulator/pci_root_bridge_io.h"
+#include "emulator/smbios_protocol.h"
 #include "platform/cpu_access.h"
 #include "platform/vendor_protocols.h"
 
@@ -56,6 +60,10 @@ class Platform {
   std::string DebugLog() const;
   std::vector<std::string> TriggersInstalled() const { return Triggers_; }
   uint64_t CpuAccessCount() const { return CpuAccesses_; }
+  // The machine's PCI configuration space.
+  PciModel &Pci() { return Pci_; }
+  // The SMBIOS protocol's store (nullptr when the board has no SMBIOS).
+  const SmbiosStore *Smbios() const { return Smbios_.get(); }
 
   // Called by the protocol implementations.
   EFI_STATUS RecordUpload(const std::string &Name, const uint8_t *Data, uint32_t Size);
@@ -81,6 +89,12 @@ class Platform {
   // ---- memory map
 
   // ---- processors, memory, SMBIOS, IIO
+  std::vector<uint8_t> MemoryMapBlock_;  // the memory map HOB points here
+  PciModel Pci_ = BuildPciModel(Board_);
+  std::vector<std::unique_ptr<PciRootBridgeIo>> RootBridges_;
+  std::unique_ptr<SmbiosStore> Smbios_;
+  CpuPowerData CpuPowerData_;
+  QOR_CPU_POWER_PROTOCOL CpuPower_{};
 
   // ---- TPM, SATA, BMC transport
 
@@ -92,7 +106,9 @@ class Platform {
 };
 
 // Builders of the individual services (one file each).
-std::vector<uint64_t> BuildHobList(const Board &Board);
+// PlatformHobs: GUID HOBs the platform builds itself, placed after the MRC
+// data HOB and before the board's own "guidHobs".
+std::vector<uint64_t> BuildHobList(const Board &Board, const std::vector<GuidHob> &PlatformHobs);
 void InitDebugPrintService(QOR_DEBUG_PRINT_SERVICE *Service, uint64_t Revision);
 void InitJsonProtocol(QOR_JSON_PROTOCOL *Protocol);
 void InitQuickTransProtocol(QOR_QUICK_TRANS_PROTOCOL *Protocol);
