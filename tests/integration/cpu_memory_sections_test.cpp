@@ -92,6 +92,8 @@ TEST(CpuInfoBoot, BuiltInBoardReportsBothSocketsWithEveryKeyInOrder) {
   EXPECT_STREQ(First["Stepping"].GetString(), "E3");
   EXPECT_EQ(First["MicroCode"].GetUint(), 0x2B000639u);
   EXPECT_EQ(Cpu["InfoList"][1]["Index"].GetUint(), 1u);
+  EXPECT_EQ(Cpu["InfoList"][1]["EnableCores"].GetUint(), 30u);
+  EXPECT_EQ(Cpu["InfoList"][1]["EnableThreads"].GetUint(), 60u);  // the 2-byte field at 0x30
   EXPECT_STREQ(Cpu["InfoList"][1]["PPIN"].GetString(), "2F4E3A1B6C7D8E92");
 }
 
