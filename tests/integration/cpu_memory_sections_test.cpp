@@ -270,4 +270,20 @@ TEST(DimmInfoBoot, MissingMemoryMapLeavesTheSectionUnfilled) {
   EXPECT_TRUE(NullData.Filled("CpuInfo"));
 }
 
+TEST(SmbiosBoot, ARawTableServesTheSameRecordsAsTheirDescription) {
+  Booted Described = Boot();
+  const std::vector<uint8_t> &Dump = Described.Result.SmbiosDump;
+  ASSERT_GT(Dump.size(), 0x20u);
+  std::string Hex;
+  char Pair[3];
+  for (size_t I = 0x20; I < Dump.size(); I++) {  // the table follows the entry point
+    std::snprintf(Pair, sizeof(Pair), "%02X", Dump[I]);
+    Hex += Pair;
+  }
+  Booted Raw = Boot(R"({"smbios": {"raw": ")" + Hex + R"("}})");
+  EXPECT_EQ(Raw.Result.SmbiosDump, Dump);
+  EXPECT_TRUE(Raw.Section("CpuInfo") == Described.Section("CpuInfo"));
+  EXPECT_TRUE(Raw.Section("DimmInfo") == Described.Section("DimmInfo"));
+}
+
 }  // namespace

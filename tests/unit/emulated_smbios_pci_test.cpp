@@ -115,10 +115,11 @@ TEST_F(EmulatedRootBridge, ConfigurationDescribesBusRangesOrIsUnsupported) {
   ASSERT_EQ(Bridge.Protocol()->Configuration(Bridge.Protocol(), &Resources), EFI_SUCCESS);
   auto *Descriptor = static_cast<const EFI_ACPI_ADDRESS_SPACE_DESCRIPTOR *>(Resources);
   EXPECT_EQ(Descriptor[0].Desc, 0x8A);
-  EXPECT_EQ(Descriptor[0].Len, 0x2B);
+  // Packed fields are copied out before comparing.
+  EXPECT_EQ(static_cast<unsigned>(Descriptor[0].Len), 0x2Bu);
   EXPECT_EQ(Descriptor[0].ResType, ACPI_ADDRESS_SPACE_TYPE_BUS);
-  EXPECT_EQ(Descriptor[1].AddrRangeMin, 0x90u);
-  EXPECT_EQ(Descriptor[1].AddrRangeMax, 0x9Fu);
+  EXPECT_EQ(static_cast<uint64_t>(Descriptor[1].AddrRangeMin), 0x90u);
+  EXPECT_EQ(static_cast<uint64_t>(Descriptor[1].AddrRangeMax), 0x9Fu);
   EXPECT_EQ(reinterpret_cast<const uint8_t *>(&Descriptor[2])[0], 0x79);
 
   qor::emu::PciRootBridgeDef Silent;
