@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "core/section_fillers.h"
 #include "driver_fixture.h"
 #include "emulator/smbios_table.h"
 #include "platform/memory_map_data.h"
@@ -270,6 +271,33 @@ TEST_F(AcceleratorCount, NoRootBridgeIsLoggedAndCountsNothing) {
   ACCELERATOR_COUNT C = Count(R"({"rootBridges": []})");
   EXPECT_EQ(C.Qat + C.Dlb + C.Iaa + C.Dsa, 0u);
   EXPECT_NE(Log().find("QorCollectAccCount(389), Protocol - PciRootBridgeIo not found. \n"), std::string::npos);
+}
+
+// The exact section texts of the empty cases (no entry reaches the cursor
+// or the socket base, so calling the fillers here is safe).
+class EmptySectionText : public DriverOnEmulator {
+ protected:
+  // The fillers mark their registry entry; leave the registry as found.
+  void TearDown() override {
+    gQorUploadSections[QorSectionCpuInfo].Filled = FALSE;
+    gQorUploadSections[QorSectionDimmInfo].Filled = FALSE;
+    DriverOnEmulator::TearDown();
+  }
+};
+
+TEST_F(EmptySectionText, DefaultDimmMapWithoutDimms) {
+  Start(BoardFrom(R"({"hobs": {"dimmMap": null}, "smbios": {"memoryDevices": []}})"));
+  LocalSection Section("DimmInfo", 0x100000, QorSectionDimmInfo);
+  ASSERT_EQ(QorFillDimmInfo(&Section.Record), EFI_SUCCESS);
+  EXPECT_EQ(Section.Text(), R"({"MaxDimm":64,"InfoList":[]})");
+  EXPECT_EQ(Section.Record.Length, Section.Text().size());
+}
+
+TEST_F(EmptySectionText, NoProcessorRecords) {
+  Start(BoardFrom(R"({"smbios": {"processors": []}})"));
+  LocalSection Section("CpuInfo", 0x80000, QorSectionCpuInfo);
+  ASSERT_EQ(QorFillCpuInfo(&Section.Record), EFI_SUCCESS);
+  EXPECT_EQ(Section.Text(), R"({"MaxCpu":2,"Accelarator":{"QAT":2,"DSA":2,"DLB":2,"IAA":2},"InfoList":[]})");
 }
 
 }  // namespace
