@@ -9,7 +9,8 @@
 
 namespace {
 
-constexpr UINT16 kIntelVendorId = 0x8086;
+// Vendor of the on-package accelerator functions.
+constexpr UINT16 kAcceleratorVendorId = 0x8086;
 constexpr UINT16 kNoFunction = 0xFFFF;
 constexpr UINT32 kMaxBus = 255;
 constexpr UINT32 kDevicesPerBus = 32;
@@ -51,7 +52,7 @@ VOID ScanBuses(EFI_PCI_ROOT_BRIDGE_IO_PROTOCOL *RootBridge, UINT64 FirstBus, UIN
           if (Function == 0) break;
           continue;
         }
-        if (VendorId != kIntelVendorId) continue;
+        if (VendorId != kAcceleratorVendorId) continue;
         UINT16 DeviceId = kNoFunction;
         RootBridge->Pci.Read(RootBridge, EfiPciWidthUint16, EFI_PCI_ADDRESS(Bus, Device, Function, 2), 1, &DeviceId);
         CountFunction(DeviceId, Counts);
