@@ -12,6 +12,8 @@ EFI_STATUS QorFillMiscInfo(UPLOAD_SECTION *Section);
 EFI_STATUS QorFillDimmResult(UPLOAD_SECTION *Section);
 EFI_STATUS QorFillVmdInfo(UPLOAD_SECTION *Section);
 EFI_STATUS QorUpdateIioInfo(UPLOAD_SECTION *Section);
+EFI_STATUS QorFillCpuInfo(UPLOAD_SECTION *Section);
+EFI_STATUS QorFillDimmInfo(UPLOAD_SECTION *Section);
 
 // Firmware and storage sections.
 EFI_STATUS QorFillTpmInfo(UPLOAD_SECTION *Section);

@@ -6,9 +6,9 @@
 UPLOAD_SECTION gQorUploadSections[QOR_SECTION_COUNT] = {
     {"BiosVersion", 0x2000, QorFillBiosVersion, FALSE, nullptr, 0, 0},
     {"PchInfo", 0x10000, QorFillPchInfo, FALSE, nullptr, 0, 0},
-    {"CpuInfo", 0x80000, nullptr, FALSE, nullptr, 0, 0},
+    {"CpuInfo", 0x80000, QorFillCpuInfo, FALSE, nullptr, 0, 0},
     {"DimmResultInfo", 0x100000, QorFillDimmResult, FALSE, nullptr, 0, 0},
-    {"DimmInfo", 0x100000, nullptr, FALSE, nullptr, 0, 0},
+    {"DimmInfo", 0x100000, QorFillDimmInfo, FALSE, nullptr, 0, 0},
     {"VmdInfo", 0x2000, QorFillVmdInfo, FALSE, nullptr, 0, 0},
     {"TpmInfo", 0x2000, QorFillTpmInfo, FALSE, nullptr, 0, 0},
     {"OnBoardSataInfo", 0x80000, QorFillSataInfo, FALSE, nullptr, 0, 0},

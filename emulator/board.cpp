@@ -22,6 +22,7 @@ const std::vector<std::string> kProtocolNames = {
     "custom",
     "ipmi",
     "iioSys",
+    "smbios", "cpuPower", "pciRootBridgeIo",
 };
 
 bool PcdExKey::operator<(const PcdExKey &Other) const {
@@ -107,7 +108,8 @@ std::vector<uint8_t> ParseMrcData(const JsonField &Mrc) {
 }
 
 void ParseHobs(const JsonField &Hobs, Board *Out) {
-  Hobs.AllowOnly({"mrcData", "guidHobs"});
+  Hobs.AllowOnly({"mrcData", "guidHobs",
+                  "processorSpeed", "dimmMap", "memoryMap"});
   if (auto Mrc = Hobs.Optional("mrcData")) {
     if (Mrc->IsNull()) {
       Out->MrcData.reset();
@@ -122,6 +124,7 @@ void ParseHobs(const JsonField &Hobs, Board *Out) {
       Out->GuidHobs.push_back({Entry.At("guid").Guid(), Entry.At("data").Bytes()});
     }
   }
+  ParseCpuMemoryHobs(Hobs, Out);
 }
 
 void ParseVariables(const JsonField &Variables, Board *Out) {
@@ -445,6 +448,7 @@ void ParseBoardObject(const JsonField &Root, Board *Out) {
 
       // processors, memory, SMBIOS, IIO
       "iio", "indexedIo",
+      "smbios", "pci", "cpuPower",
 
       // TPM, SATA, BMC transport
       "tpm", "customProtocol", "ipmi",
@@ -504,6 +508,9 @@ void ParseBoardObject(const JsonField &Root, Board *Out) {
   // processors, memory, SMBIOS, IIO
   if (auto Iio = Root.Optional("iio")) ParseIio(*Iio, Out);
   if (auto IndexedIo = Root.Optional("indexedIo")) ParseIndexedIo(*IndexedIo, Out);
+  if (auto Smbios = Root.Optional("smbios")) ParseSmbios(*Smbios, Out);
+  if (auto Pci = Root.Optional("pci")) ParsePci(*Pci, Out);
+  if (auto CpuPower = Root.Optional("cpuPower")) ParseCpuPower(*CpuPower, Out);
 
   // TPM, SATA, BMC transport
   if (auto Tpm = Root.Optional("tpm")) ParseTpm(*Tpm, Out);

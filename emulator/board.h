@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "emulator/board_iio_training.h"
+#include "emulator/board_cpu_memory.h"
 #include "emulator/variable_store.h"
 #include "platform/uefi_base.h"
 
@@ -162,6 +163,12 @@ struct Board {
 
   // ---- processors, memory, SMBIOS, IIO
   IioDef Iio;  // iio sys protocol data, IIO port HOB, indexed I/O
+  SmbiosDef Smbios;
+  PciDef Pci;
+  std::optional<std::vector<uint8_t>> ProcessorSpeedHob;  // maximum core ratio per socket
+  std::optional<std::vector<uint8_t>> DimmMapHob;         // 9-byte entries with the end entry
+  std::optional<MemoryMapDataDef> MemoryMapData;  // behind the memory map HOB
+  CpuPowerDef CpuPower;
 
   // ---- TPM, SATA, BMC transport
   // The "tpm" member is applied while parsing: it sets the probe byte in

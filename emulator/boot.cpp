@@ -4,6 +4,7 @@
 
 #include "emulator/driver_image.h"
 #include "emulator/pcd_database.h"
+#include "emulator/smbios_table.h"
 
 namespace qor::emu {
 
@@ -70,6 +71,10 @@ BootResult RunBoot(const Board &Board, const std::vector<Variable> *Variables, c
   Result.AllocationsHeldAtEnd = Fw.GetPool().LiveAllocationCount();
   Result.ServiceCalls = Fw.Counters().Calls;
   Result.CpuAccesses = Plat.CpuAccessCount();
+  Result.PciConfigReads = Plat.Pci().ReadCount();
+  if (const SmbiosStore *Smbios = Plat.Smbios()) {
+    Result.SmbiosDump = SmbiosDumpFile(Smbios->Records(), Smbios->MajorVersion(), Smbios->MinorVersion());
+  }
   if (PcdDatabase::Current() != nullptr) Result.UnknownPcdTokens = PcdDatabase::Current()->UnknownTokens();
   return Result;
 }

@@ -31,6 +31,8 @@ struct BootResult {
   uint64_t AllocationsHeldAtEnd = 0;
   std::map<std::string, uint64_t> ServiceCalls;
   uint64_t CpuAccesses = 0;
+  uint64_t PciConfigReads = 0;       // configuration-space reads through the PCI model
+  std::vector<uint8_t> SmbiosDump;  // the SMBIOS table served, as a dump file (empty without SMBIOS)
   std::set<std::string> UnknownPcdTokens;
 
   // The last upload of this name, or nullptr.

@@ -234,6 +234,8 @@ std::string BootReportJson(const Board &Board, const BootResult &Result, int Boo
   W.Uint64(Result.AllocationsHeldAtEnd);
   Key(W, "cpuAccesses");
   W.Uint64(Result.CpuAccesses);
+  Key(W, "pciConfigReads");
+  W.Uint64(Result.PciConfigReads);
   Key(W, "serviceCalls");
   W.StartObject();
   uint64_t Total = 0;
@@ -277,6 +279,7 @@ void WriteBootOutputs(const std::string &Directory, const Board &Board, const Bo
   WriteText(Dir / "debug.log", Result.DebugLog);
   WriteText(Dir / "boot.json", BootReportJson(Board, Result, BootNumber));
   WriteText(Dir / "variables.json", VariablesJson(Result.VariablesAfter));
+  if (!Result.SmbiosDump.empty()) WriteFile(Dir / "smbios.bin", Result.SmbiosDump.data(), Result.SmbiosDump.size());
 }
 
 }  // namespace qor::emu

@@ -35,26 +35,13 @@ UINT64 EFIAPI MmioRead(UINT64 Address, UINT32 Width) {
   return Value;
 }
 
-// Only the PCH (bus 0, device 31, function 0) answers in this window; the
-// rest reads all ones like an empty slot.
+// The PCI Express configuration window of segment 0:
+// bus << 20 | device << 15 | function << 12 | register.
 UINT32 EFIAPI PciExpressRead(UINT64 Address, UINT32 Width) {
   Current().CountCpuAccess();
-  const Board &B = Current().GetBoard();
-  uint8_t Config[16] = {};
-  Config[0] = 0x86;
-  Config[1] = 0x80;
-  Config[2] = static_cast<uint8_t>(B.PchDeviceId);
-  Config[3] = static_cast<uint8_t>(B.PchDeviceId >> 8);
-  Config[8] = B.PchRevisionId;
-  const UINT64 PchBase = (31ULL << 15);
-  UINT32 Value = 0;
-  for (UINT32 I = 0; I < Width; I++) {
-    UINT64 At = Address + I;
-    uint8_t Byte = 0xFF;
-    if (At >= PchBase && At < PchBase + sizeof(Config)) Byte = Config[At - PchBase];
-    Value |= static_cast<UINT32>(Byte) << (8 * I);
-  }
-  return Value;
+  PciLocation Location{0, static_cast<uint8_t>(Address >> 20), static_cast<uint8_t>((Address >> 15) & 0x1F),
+                       static_cast<uint8_t>((Address >> 12) & 0x7)};
+  return static_cast<UINT32>(Current().Pci().Read(Location, static_cast<uint32_t>(Address & 0xFFF), Width));
 }
 }  // namespace
 

@@ -1,5 +1,6 @@
-// The HOB list handed from the earlier boot phases: a PHIT HOB, the board's
-// GUID HOBs (the MRC data HOB first) and the end-of-list HOB.
+// The HOB list handed from the earlier boot phases: a PHIT HOB, the GUID
+// HOBs (the MRC data HOB first, then the platform's, then the board's own)
+// and the end-of-list HOB.
 #include <cstring>
 
 #include "emulator/platform.h"
@@ -25,7 +26,7 @@ void AppendGuidHob(std::vector<uint8_t> *Bytes, const EFI_GUID &Name, const std:
 }
 }  // namespace
 
-std::vector<uint64_t> BuildHobList(const Board &Board) {
+std::vector<uint64_t> BuildHobList(const Board &Board, const std::vector<GuidHob> &PlatformHobs) {
   std::vector<uint8_t> Bytes;
   EFI_HOB_HANDOFF_INFO_TABLE Phit{};
   Phit.Header.HobType = EFI_HOB_TYPE_HANDOFF;
@@ -35,6 +36,7 @@ std::vector<uint64_t> BuildHobList(const Board &Board) {
   std::memcpy(Bytes.data(), &Phit, sizeof(Phit));
   if (Board.MrcData) AppendGuidHob(&Bytes, gQorMrcDataHobGuid, *Board.MrcData);
   if (Board.Iio.PortHob) AppendGuidHob(&Bytes, gQorIioPortHobGuid, *Board.Iio.PortHob);
+  for (const GuidHob &Hob : PlatformHobs) AppendGuidHob(&Bytes, Hob.Name, Hob.Data);
   for (const GuidHob &Hob : Board.GuidHobs) AppendGuidHob(&Bytes, Hob.Name, Hob.Data);
   EFI_HOB_GENERIC_HEADER End{EFI_HOB_TYPE_END_OF_HOB_LIST, sizeof(EFI_HOB_GENERIC_HEADER), 0};
   size_t Start = Bytes.size();

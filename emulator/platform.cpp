@@ -44,7 +44,8 @@ void Platform::InstallOnNewHandle(const EFI_GUID &Guid, void *Interface) {
 }
 
 void Platform::Install() {
-  HobList_ = BuildHobList(Board_);
+  MemoryMapBlock_ = BuildMemoryMapBlock(Board_);
+  HobList_ = BuildHobList(Board_, CpuMemoryHobs(Board_, MemoryMapBlock_.empty() ? nullptr : MemoryMapBlock_.data()));
   Fw_.AddConfigurationTable(gEfiHobListGuid, HobList_.data());
   for (const Variable &Value : Board_.Variables) Fw_.Variables().Put(Value);
 
@@ -96,6 +97,21 @@ void Platform::Install() {
     IioData_ = BuildIioData(Board_);
     IioSys_.IioData = Board_.Iio.HasIioData ? IioData_.data() : nullptr;
     InstallOnNewHandle(gQorIioSysProtocolGuid, &IioSys_);
+  }
+  if (Board_.Smbios.Present && !IsMissing("smbios")) {
+    Smbios_ = std::make_unique<SmbiosStore>(Board_.Smbios);
+    InstallOnNewHandle(gEfiSmbiosProtocolGuid, Smbios_->Protocol());
+  }
+  if (!IsMissing("cpuPower")) {
+    BuildCpuPowerData(Board_, &CpuPowerData_);
+    CpuPower_.PowerData = Board_.CpuPower.HasData ? CpuPowerData_.Block.data() : nullptr;
+    InstallOnNewHandle(gQorCpuPowerProtocolGuid, &CpuPower_);
+  }
+  if (!IsMissing("pciRootBridgeIo")) {
+    for (const PciRootBridgeDef &Def : Board_.Pci.RootBridges) {
+      RootBridges_.push_back(std::make_unique<PciRootBridgeIo>(Def, Pci_));
+      InstallOnNewHandle(gEfiPciRootBridgeIoProtocolGuid, RootBridges_.back()->Protocol());
+    }
   }
 
   // TPM, SATA, BMC transport

@@ -11,8 +11,12 @@
 #include <vector>
 
 #include "emulator/board.h"
+#include "emulator/cpu_memory_data.h"
 #include "emulator/firmware.h"
 #include "emulator/io_ports.h"
+#include "emulator/pci_model.h"
+#include "emulator/pci_root_bridge_io.h"
+#include "emulator/smbios_protocol.h"
 #include "platform/cpu_access.h"
 #include "platform/vendor_protocols.h"
 
@@ -67,6 +71,10 @@ class Platform {
   std::vector<std::string> TriggersInstalled() const { return Triggers_; }
   uint64_t CpuAccessCount() const { return CpuAccesses_; }
   IoPortSpace &Io() { return Io_; }
+  // The machine's PCI configuration space.
+  PciModel &Pci() { return Pci_; }
+  // The SMBIOS protocol's store (nullptr when the board has no SMBIOS).
+  const SmbiosStore *Smbios() const { return Smbios_.get(); }
 
   // Called by the protocol implementations.
   EFI_STATUS RecordUpload(const std::string &Name, const uint8_t *Data, uint32_t Size);
@@ -95,6 +103,12 @@ class Platform {
   IoPortSpace Io_;
   std::vector<uint8_t> IioData_;
   QOR_IIO_SYS_PROTOCOL IioSys_{};
+  std::vector<uint8_t> MemoryMapBlock_;  // the memory map HOB points here
+  PciModel Pci_ = BuildPciModel(Board_);
+  std::vector<std::unique_ptr<PciRootBridgeIo>> RootBridges_;
+  std::unique_ptr<SmbiosStore> Smbios_;
+  CpuPowerData CpuPowerData_;
+  QOR_CPU_POWER_PROTOCOL CpuPower_{};
 
   // ---- TPM, SATA, BMC transport
  public:
@@ -116,7 +130,9 @@ class Platform {
 };
 
 // Builders of the individual services (one file each).
-std::vector<uint64_t> BuildHobList(const Board &Board);
+// PlatformHobs: GUID HOBs the platform builds itself, placed after the MRC
+// data HOB and before the board's own "guidHobs".
+std::vector<uint64_t> BuildHobList(const Board &Board, const std::vector<GuidHob> &PlatformHobs);
 void InitDebugPrintService(QOR_DEBUG_PRINT_SERVICE *Service, uint64_t Revision);
 void InitJsonProtocol(QOR_JSON_PROTOCOL *Protocol);
 void InitQuickTransProtocol(QOR_QUICK_TRANS_PROTOCOL *Protocol);

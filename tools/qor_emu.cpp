@@ -35,6 +35,8 @@ const char kHelp[] =
     "                 messages), section states, reset, variables written,\n"
     "                 allocation and service-call counters, warnings\n"
     "  variables.json the variable store after the boot\n"
+    "  smbios.bin     the SMBIOS table the firmware served, with its entry point,\n"
+    "                 in the dump format `dmidecode --from-dump smbios.bin` decodes\n"
     "\n"
     "Exit status: 0 after the boots ran, 1 when the board cannot be read or is\n"
     "not valid (the message names the field and what was expected), 2 on bad\n"

@@ -80,12 +80,14 @@ TEST(IioTrainingBoot, BuiltInBoardReportsTrainingResults) {
       SCOPED_TRACE(Channel);
       const rapidjson::Value &Record = Entry["ChannelResult"][Channel];
       ASSERT_EQ(MemberNames(Record), (std::vector<std::string>{"Channel", "Result", "DimmNum", "DimmResult"}));
-      // Socket 1 channel 5 holds the DIMM that failed training.
-      bool MappedOut = Socket == 1 && Channel == 5;
+      // Socket 1 channel 7 holds the DIMM that failed training; socket 0
+      // has two DIMMs on channels 0 to 3.
+      bool MappedOut = Socket == 1 && Channel == 7;
+      unsigned Dimms = Socket == 0 && Channel < 4 ? 2u : 1u;
       EXPECT_EQ(Record["Channel"].GetUint(), Channel);
       EXPECT_EQ(Record["Result"].GetUint(), MappedOut ? 1u : 0u);
-      EXPECT_EQ(Record["DimmNum"].GetUint(), 1u);
-      ASSERT_EQ(Record["DimmResult"].Size(), 1u);
+      EXPECT_EQ(Record["DimmNum"].GetUint(), Dimms);
+      ASSERT_EQ(Record["DimmResult"].Size(), Dimms);
       const rapidjson::Value &Dimm0 = Record["DimmResult"][0];
       ASSERT_EQ(MemberNames(Dimm0), (std::vector<std::string>{"Dimm", "Result", "MapoutReason", "Certification"}));
       EXPECT_EQ(Dimm0["Dimm"].GetUint(), 0u);

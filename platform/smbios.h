@@ -1,0 +1,131 @@
+// SMBIOS structures and EFI_SMBIOS_PROTOCOL, written from the SMBIOS
+// reference specification (3.x) and the PI specification (volume 5).
+#ifndef QOR_PLATFORM_SMBIOS_H_
+#define QOR_PLATFORM_SMBIOS_H_
+
+#include "platform/uefi_base.h"
+
+typedef UINT16 EFI_SMBIOS_HANDLE;
+typedef UINT8 EFI_SMBIOS_TYPE;
+
+// Every structure starts with this header; the formatted area is Length
+// bytes long (header included) and is followed by the string area: strings
+// ended by NUL, the whole area ended by one more NUL (two NULs when empty).
+typedef struct {
+  EFI_SMBIOS_TYPE Type;
+  UINT8 Length;
+  EFI_SMBIOS_HANDLE Handle;
+} EFI_SMBIOS_TABLE_HEADER;
+static_assert(sizeof(EFI_SMBIOS_TABLE_HEADER) == 4, "SMBIOS structure header");
+typedef EFI_SMBIOS_TABLE_HEADER SMBIOS_STRUCTURE;
+
+// GetNext starts from this handle; Add assigns a handle when given it.
+#define SMBIOS_HANDLE_PI_RESERVED 0xFFFE
+// A reference to no structure (e.g. a processor without an L3 cache).
+#define SMBIOS_HANDLE_NONE 0xFFFF
+
+#define SMBIOS_TYPE_PROCESSOR_INFORMATION 4
+#define SMBIOS_TYPE_CACHE_INFORMATION 7
+#define SMBIOS_TYPE_MEMORY_DEVICE 17
+#define SMBIOS_TYPE_END_OF_TABLE 127
+
+// Processor Information (type 4): field offsets.
+#define SMBIOS_TYPE4_SOCKET_DESIGNATION 0x04
+#define SMBIOS_TYPE4_PROCESSOR_TYPE 0x05
+#define SMBIOS_TYPE4_PROCESSOR_FAMILY 0x06
+#define SMBIOS_TYPE4_PROCESSOR_MANUFACTURER 0x07
+#define SMBIOS_TYPE4_PROCESSOR_ID 0x08
+#define SMBIOS_TYPE4_PROCESSOR_VERSION 0x10
+#define SMBIOS_TYPE4_VOLTAGE 0x11
+#define SMBIOS_TYPE4_EXTERNAL_CLOCK 0x12
+#define SMBIOS_TYPE4_MAX_SPEED 0x14
+#define SMBIOS_TYPE4_CURRENT_SPEED 0x16
+#define SMBIOS_TYPE4_STATUS 0x18
+#define SMBIOS_TYPE4_PROCESSOR_UPGRADE 0x19
+#define SMBIOS_TYPE4_L1_CACHE_HANDLE 0x1A
+#define SMBIOS_TYPE4_L2_CACHE_HANDLE 0x1C
+#define SMBIOS_TYPE4_L3_CACHE_HANDLE 0x1E
+#define SMBIOS_TYPE4_SERIAL_NUMBER 0x20
+#define SMBIOS_TYPE4_ASSET_TAG 0x21
+#define SMBIOS_TYPE4_PART_NUMBER 0x22
+#define SMBIOS_TYPE4_CORE_COUNT 0x23
+#define SMBIOS_TYPE4_CORE_ENABLED 0x24
+#define SMBIOS_TYPE4_THREAD_COUNT 0x25
+#define SMBIOS_TYPE4_CHARACTERISTICS 0x26
+#define SMBIOS_TYPE4_PROCESSOR_FAMILY2 0x28
+#define SMBIOS_TYPE4_CORE_COUNT2 0x2A
+#define SMBIOS_TYPE4_CORE_ENABLED2 0x2C
+#define SMBIOS_TYPE4_THREAD_COUNT2 0x2E
+#define SMBIOS_TYPE4_THREAD_ENABLED 0x30
+#define SMBIOS_TYPE4_LENGTH 0x32
+// Status byte: bit 6 set when the socket holds a processor.
+#define SMBIOS_TYPE4_STATUS_POPULATED 0x40
+
+// Cache Information (type 7): field offsets.
+#define SMBIOS_TYPE7_SOCKET_DESIGNATION 0x04
+#define SMBIOS_TYPE7_CONFIGURATION 0x05
+#define SMBIOS_TYPE7_MAXIMUM_SIZE 0x07
+#define SMBIOS_TYPE7_INSTALLED_SIZE 0x09
+#define SMBIOS_TYPE7_SUPPORTED_SRAM_TYPE 0x0B
+#define SMBIOS_TYPE7_CURRENT_SRAM_TYPE 0x0D
+#define SMBIOS_TYPE7_CACHE_SPEED 0x0F
+#define SMBIOS_TYPE7_ERROR_CORRECTION 0x10
+#define SMBIOS_TYPE7_SYSTEM_CACHE_TYPE 0x11
+#define SMBIOS_TYPE7_ASSOCIATIVITY 0x12
+#define SMBIOS_TYPE7_MAXIMUM_SIZE2 0x13
+#define SMBIOS_TYPE7_INSTALLED_SIZE2 0x17
+#define SMBIOS_TYPE7_LENGTH 0x1B
+// Size words: bits 0-14 the size, bit 15 set for 64 KB units (else 1 KB).
+#define SMBIOS_CACHE_SIZE_MASK 0x7FFF
+#define SMBIOS_CACHE_SIZE_64K_GRANULARITY 0x8000
+
+// Memory Device (type 17): field offsets.
+#define SMBIOS_TYPE17_ARRAY_HANDLE 0x04
+#define SMBIOS_TYPE17_ERROR_HANDLE 0x06
+#define SMBIOS_TYPE17_TOTAL_WIDTH 0x08
+#define SMBIOS_TYPE17_DATA_WIDTH 0x0A
+#define SMBIOS_TYPE17_SIZE 0x0C
+#define SMBIOS_TYPE17_FORM_FACTOR 0x0E
+#define SMBIOS_TYPE17_DEVICE_SET 0x0F
+#define SMBIOS_TYPE17_DEVICE_LOCATOR 0x10
+#define SMBIOS_TYPE17_BANK_LOCATOR 0x11
+#define SMBIOS_TYPE17_MEMORY_TYPE 0x12
+#define SMBIOS_TYPE17_TYPE_DETAIL 0x13
+#define SMBIOS_TYPE17_SPEED 0x15
+#define SMBIOS_TYPE17_MANUFACTURER 0x17
+#define SMBIOS_TYPE17_SERIAL_NUMBER 0x18
+#define SMBIOS_TYPE17_ASSET_TAG 0x19
+#define SMBIOS_TYPE17_PART_NUMBER 0x1A
+#define SMBIOS_TYPE17_ATTRIBUTES 0x1B
+#define SMBIOS_TYPE17_EXTENDED_SIZE 0x1C
+#define SMBIOS_TYPE17_CONFIGURED_SPEED 0x20
+#define SMBIOS_TYPE17_MINIMUM_VOLTAGE 0x22
+#define SMBIOS_TYPE17_MAXIMUM_VOLTAGE 0x24
+#define SMBIOS_TYPE17_CONFIGURED_VOLTAGE 0x26
+#define SMBIOS_TYPE17_LENGTH 0x28
+// Size word value that says "see the extended size".
+#define SMBIOS_TYPE17_SIZE_USE_EXTENDED 0x7FFF
+
+typedef struct EFI_SMBIOS_PROTOCOL EFI_SMBIOS_PROTOCOL;
+
+typedef EFI_STATUS(EFIAPI *EFI_SMBIOS_ADD)(CONST EFI_SMBIOS_PROTOCOL *This, EFI_HANDLE ProducerHandle,
+                                           EFI_SMBIOS_HANDLE *SmbiosHandle, EFI_SMBIOS_TABLE_HEADER *Record);
+typedef EFI_STATUS(EFIAPI *EFI_SMBIOS_UPDATE_STRING)(CONST EFI_SMBIOS_PROTOCOL *This, EFI_SMBIOS_HANDLE *SmbiosHandle,
+                                                     UINTN *StringNumber, CHAR8 *String);
+typedef EFI_STATUS(EFIAPI *EFI_SMBIOS_REMOVE)(CONST EFI_SMBIOS_PROTOCOL *This, EFI_SMBIOS_HANDLE SmbiosHandle);
+typedef EFI_STATUS(EFIAPI *EFI_SMBIOS_GET_NEXT)(CONST EFI_SMBIOS_PROTOCOL *This, EFI_SMBIOS_HANDLE *SmbiosHandle,
+                                                EFI_SMBIOS_TYPE *Type, EFI_SMBIOS_TABLE_HEADER **Record,
+                                                EFI_HANDLE *ProducerHandle);
+
+struct EFI_SMBIOS_PROTOCOL {
+  EFI_SMBIOS_ADD Add;
+  EFI_SMBIOS_UPDATE_STRING UpdateString;
+  EFI_SMBIOS_REMOVE Remove;
+  EFI_SMBIOS_GET_NEXT GetNext;
+  UINT8 MajorVersion;
+  UINT8 MinorVersion;
+};
+static_assert(offsetof(EFI_SMBIOS_PROTOCOL, GetNext) == 24, "SMBIOS GetNext");
+static_assert(offsetof(EFI_SMBIOS_PROTOCOL, MajorVersion) == 32, "SMBIOS MajorVersion");
+
+#endif  // QOR_PLATFORM_SMBIOS_H_
