@@ -1,14 +1,18 @@
 // qor-emu: boots QorUploadDataDxe on a board description in the host
 // firmware emulator and writes what the BMC would receive.
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "emulator/board.h"
 #include "emulator/boot.h"
 #include "emulator/boot_report.h"
+#include "platform/print_lib.h"
 
 namespace {
 
@@ -49,12 +53,8 @@ int Usage(const std::string &Message) {
 
 void PrintSummary(const qor::emu::BootResult &Result, const std::string &Directory, int BootNumber, int Boots) {
   if (Boots > 1) std::printf("== boot %d ==\n", BootNumber);
-  std::printf("driver entry: %s\n",
-              Result.EntryStatus == EFI_SUCCESS ? "Success" : ("failed, status 0x" + [&] {
-                char Hex[20];
-                std::snprintf(Hex, sizeof(Hex), "%llX", static_cast<unsigned long long>(Result.EntryStatus));
-                return std::string(Hex);
-              }()).c_str());
+  const char *EntryText = QorStatusText(Result.EntryStatus);
+  std::printf("driver entry: %s\n", EntryText != nullptr ? EntryText : "unknown status");
   int Filled = 0;
   std::string Missing;
   auto States = qor::emu::SectionStates(Result);
@@ -73,13 +73,24 @@ void PrintSummary(const qor::emu::BootResult &Result, const std::string &Directo
                 qor::emu::Crc32Of(Entry.Bytes));
   }
   if (!Result.Resets.empty()) std::printf("reset: the driver reset the machine; the boot ended there\n");
-  size_t Warnings = 0;
+  // Error-level lines, each distinct text once with its count, in order.
+  std::vector<std::pair<std::string, size_t>> Warnings;
   for (const auto &Line : Result.DebugLines) {
-    if ((Line.Level & 0x80000000ULL) != 0) {
-      if (Warnings++ < 10) std::printf("warning: %s", Line.Text.c_str());
+    if ((Line.Level & 0x80000000ULL) == 0) continue;
+    auto Same = std::find_if(Warnings.begin(), Warnings.end(), [&](const auto &W) { return W.first == Line.Text; });
+    if (Same == Warnings.end()) {
+      Warnings.emplace_back(Line.Text, 1);
+    } else {
+      Same->second++;
     }
   }
-  if (Warnings > 10) std::printf("warning: ... %zu more in debug.log\n", Warnings - 10);
+  for (size_t I = 0; I < Warnings.size() && I < 10; I++) {
+    std::string Text = Warnings[I].first;
+    if (!Text.empty() && Text.back() == '\n') Text.pop_back();
+    if (Warnings[I].second > 1) Text += " (" + std::to_string(Warnings[I].second) + " times)";
+    std::printf("warning: %s\n", Text.c_str());
+  }
+  if (Warnings.size() > 10) std::printf("warning: ... %zu more kinds in debug.log\n", Warnings.size() - 10);
   std::printf("outputs: %s\n", Directory.c_str());
 }
 
