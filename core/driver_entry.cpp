@@ -5,6 +5,11 @@
 #include "platform/hob_lib.h"
 #include "platform/memory_lib.h"
 
+UINTN QorMrcHobDataSize(VOID) {
+  if (MrcHobData == nullptr) return 0;
+  return GET_GUID_HOB_DATA_SIZE((UINT8 *)MrcHobData - sizeof(EFI_HOB_GUID_TYPE));
+}
+
 EFI_STATUS EFIAPI QorUploadDataDxeEntryPoint(EFI_HANDLE ImageHandle, EFI_SYSTEM_TABLE *SystemTable) {
   (VOID) ImageHandle;
   (VOID) SystemTable;

@@ -43,6 +43,10 @@ extern UINT64 TotalBufferSize;
 extern VOID *MrcHobData;
 extern BOOLEAN DataUploaded;
 
+// Bytes of data the MRC data HOB holds behind MrcHobData (0 without it);
+// readers of MrcHobData stay inside it.
+UINTN QorMrcHobDataSize(VOID);
+
 // Driver entry (after the library constructors).
 EFI_STATUS EFIAPI QorUploadDataDxeEntryPoint(EFI_HANDLE ImageHandle, EFI_SYSTEM_TABLE *SystemTable);
 

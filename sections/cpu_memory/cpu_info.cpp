@@ -146,8 +146,11 @@ EFI_STATUS QorGetCpuEntry(CONST EFI_SMBIOS_TABLE_HEADER *Record, CPU_INFO_ENTRY 
   AsciiSPrint(Entry->ProcessorID, sizeof(Entry->ProcessorID), "%02X%02X%02X%02X%02X%02X%02X%02X", Id[0], Id[1],
               Id[2], Id[3], Id[4], Id[5], Id[6], Id[7]);
 
+  // A short MRC data HOB has no PPIN for this socket: 0.
   UINT64 Ppin = 0;
-  if (MrcHobData != nullptr) QorCopyMem(&Ppin, (CONST UINT8 *)MrcHobData + 8 * Entry->Index, sizeof(Ppin));
+  if ((UINTN)Entry->Index * sizeof(Ppin) + sizeof(Ppin) <= QorMrcHobDataSize()) {
+    QorCopyMem(&Ppin, (CONST UINT8 *)MrcHobData + sizeof(Ppin) * Entry->Index, sizeof(Ppin));
+  }
   AsciiSPrint(Entry->PPIN, sizeof(Entry->PPIN), "%08X%08X", (UINT32)(Ppin >> 32), (UINT32)Ppin);
 
   QorGetCacheSize(QorSmbiosRead16(Record, SMBIOS_TYPE4_L1_CACHE_HANDLE), &Entry->L1Cache);

@@ -24,7 +24,7 @@ UINT32 CpuBitMap(VOID) {
 VOID CopySocketResults(QOR_MRC_SOCKET_RESULT *Results) {
   QorZeroMem(Results, sizeof(QOR_MRC_SOCKET_RESULT) * QOR_MRC_MAX_SOCKETS);
   if (MrcHobData == nullptr) return;
-  UINTN DataSize = GET_GUID_HOB_DATA_SIZE((UINT8 *)MrcHobData - sizeof(EFI_HOB_GUID_TYPE));
+  UINTN DataSize = QorMrcHobDataSize();
   UINTN Wanted = sizeof(QOR_MRC_SOCKET_RESULT) * QOR_MRC_MAX_SOCKETS;
   UINTN Available = DataSize > offsetof(QOR_MRC_DATA, SocketResult) ? DataSize - offsetof(QOR_MRC_DATA, SocketResult)
                                                                       : 0;

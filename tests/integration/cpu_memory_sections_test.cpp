@@ -287,3 +287,17 @@ TEST(SmbiosBoot, ARawTableServesTheSameRecordsAsTheirDescription) {
 }
 
 }  // namespace
+
+namespace {
+
+// An MRC data HOB that holds only socket 0's PPIN: socket 1 has none to
+// report, and nothing beyond the HOB is read as one.
+TEST(CpuInfoBoot, AShortMrcDataHobGivesAZeroPpinForSocketsItLacks) {
+  Booted B = Boot(R"({"hobs": {"mrcData": {"raw": "91 8E 7D 6C 1B 3A 4E 2F"}}})");
+  const rapidjson::Value &List = B.Section("CpuInfo")["InfoList"];
+  ASSERT_EQ(List.Size(), 2u);
+  EXPECT_STREQ(List[0]["PPIN"].GetString(), "2F4E3A1B6C7D8E91");
+  EXPECT_STREQ(List[1]["PPIN"].GetString(), "0000000000000000");
+}
+
+}  // namespace
