@@ -355,15 +355,7 @@ void ParseSystemInformation(const JsonField &Info, Board *Out) {
   if (auto Stepping = Info.Optional("stepping")) Def.Stepping = Stepping->String();
   if (auto Drives = Info.Optional("sataDrives")) ParseSataDrives(*Drives, &Def);
   if (auto Patches = Info.Optional("patches")) {
-    Def.Patches.clear();
-    for (const JsonField &Entry : Patches->Elements()) {
-      Entry.AllowOnly({"offset", "bytes"});
-      BytePatch Patch{Entry.At("offset").Uint(kSystemInformationBlockSize - 1), Entry.At("bytes").Bytes()};
-      if (Patch.Offset + Patch.Bytes.size() > kSystemInformationBlockSize) {
-        Entry.Fail("bytes that end inside the " + std::to_string(kSystemInformationBlockSize) + "-byte block");
-      }
-      Def.Patches.push_back(Patch);
-    }
+    Def.Patches = ParseBytePatches(*Patches, kSystemInformationBlockSize, "block");
   }
 }
 

@@ -13,6 +13,7 @@
 
 #include "emulator/board_iio_training.h"
 #include "emulator/board_cpu_memory.h"
+#include "emulator/byte_patch.h"
 #include "emulator/variable_store.h"
 #include "platform/uefi_base.h"
 
@@ -56,11 +57,6 @@ struct FaultPlan {
   std::vector<std::string> FailVariableSet;
   std::optional<EFI_STATUS> SendFileStatus;     // status the quick trans send returns
   std::optional<EFI_STATUS> JsonStatus;         // status Validate/PrettyPrint return
-};
-
-struct BytePatch {
-  uint64_t Offset;
-  std::vector<uint8_t> Bytes;
 };
 
 // TPM, SATA, BMC transport.

@@ -383,15 +383,7 @@ MemoryMapDataDef ParseMemoryMap(const JsonField &Map) {
       Def.Dimms.push_back(D);
     }
   }
-  if (auto Patches = Map.Optional("patches")) {
-    for (const JsonField &Entry : Patches->Elements()) {
-      Entry.AllowOnly({"offset", "bytes"});
-      uint64_t Offset = Entry.At("offset").Uint(QOR_MEMMAP_DATA_SIZE - 1);
-      std::vector<uint8_t> Bytes = Entry.At("bytes").Bytes();
-      if (Offset + Bytes.size() > QOR_MEMMAP_DATA_SIZE) Entry.Fail("bytes that end inside the 32768-byte block");
-      Def.Patches.emplace_back(Offset, Bytes);
-    }
-  }
+  if (auto Patches = Map.Optional("patches")) Def.Patches = ParseBytePatches(*Patches, QOR_MEMMAP_DATA_SIZE, "block");
   return Def;
 }
 

@@ -4,6 +4,7 @@
 #ifndef QOR_EMULATOR_BOARD_CPU_MEMORY_H_
 #define QOR_EMULATOR_BOARD_CPU_MEMORY_H_
 
+#include "emulator/byte_patch.h"
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -69,7 +70,7 @@ struct MemoryMapDataDef {
   bool Ecc = true;
   std::vector<bool> SocketsEnabled;
   std::vector<MemoryMapDataDimmDef> Dimms;
-  std::vector<std::pair<uint64_t, std::vector<uint8_t>>> Patches;  // raw bytes at block offsets, applied last
+  std::vector<BytePatch> Patches;  // raw bytes at block offsets, applied last
 };
 
 struct CpuPowerDef {

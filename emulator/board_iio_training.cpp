@@ -153,17 +153,7 @@ void ParseIio(const JsonField &Iio, Board *Out) {
   IioDef &Def = Out->Iio;
   if (auto Present = Iio.Optional("iioData")) Def.HasIioData = Present->Bool();
   if (auto Vmd = Iio.Optional("vmd")) ParseVmd(*Vmd, &Def);
-  if (auto Patches = Iio.Optional("patches")) {
-    Def.Patches.clear();
-    for (const JsonField &Entry : Patches->Elements()) {
-      Entry.AllowOnly({"offset", "bytes"});
-      BytePatch Patch{Entry.At("offset").Uint(kIioDataSize - 1), Entry.At("bytes").Bytes()};
-      if (Patch.Offset + Patch.Bytes.size() > kIioDataSize) {
-        Entry.Fail("bytes that end inside the " + std::to_string(kIioDataSize) + "-byte IIO data");
-      }
-      Def.Patches.push_back(Patch);
-    }
-  }
+  if (auto Patches = Iio.Optional("patches")) Def.Patches = ParseBytePatches(*Patches, kIioDataSize, "IIO data");
   if (auto Hob = Iio.Optional("portHob")) ParsePortHob(*Hob, &Def);
 }
 
@@ -199,7 +189,7 @@ std::vector<uint8_t> BuildIioData(const Board &Board) {
     std::memcpy(Data.data() + QOR_IIO_VMD_PORT_ASSIGN_OFFSET + Socket * QOR_IIO_VMD_PORT_ASSIGN_SOCKET_STRIDE,
                 Def.VmdPortAssign[Socket].data(), kIioVmdPortAssignBytes);
   }
-  for (const BytePatch &Patch : Def.Patches) CopyBytes(Data.data() + Patch.Offset, Patch.Bytes);
+  ApplyBytePatches(&Data, Def.Patches);
   return Data;
 }
 

@@ -4,6 +4,7 @@
 #ifndef QOR_EMULATOR_BOARD_IIO_TRAINING_H_
 #define QOR_EMULATOR_BOARD_IIO_TRAINING_H_
 
+#include "emulator/byte_patch.h"
 #include <array>
 #include <cstdint>
 #include <map>
@@ -15,7 +16,6 @@
 namespace qor::emu {
 
 struct Board;
-struct BytePatch;
 class JsonField;
 
 // Bytes of one socket's VMD port assignment block.

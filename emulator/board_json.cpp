@@ -150,6 +150,25 @@ std::vector<std::pair<std::string, JsonField>> JsonField::Members() const {
   return Out;
 }
 
+std::vector<BytePatch> ParseBytePatches(const JsonField &Patches, uint64_t BlockSize, const std::string &BlockName) {
+  std::vector<BytePatch> Out;
+  for (const JsonField &Entry : Patches.Elements()) {
+    Entry.AllowOnly({"offset", "bytes"});
+    BytePatch Patch{Entry.At("offset").Uint(BlockSize - 1), Entry.At("bytes").Bytes()};
+    if (Patch.Offset + Patch.Bytes.size() > BlockSize) {
+      Entry.Fail("bytes that end inside the " + std::to_string(BlockSize) + "-byte " + BlockName);
+    }
+    Out.push_back(std::move(Patch));
+  }
+  return Out;
+}
+
+void ApplyBytePatches(std::vector<uint8_t> *Block, const std::vector<BytePatch> &Patches) {
+  for (const BytePatch &Patch : Patches) {
+    if (!Patch.Bytes.empty()) std::memcpy(Block->data() + Patch.Offset, Patch.Bytes.data(), Patch.Bytes.size());
+  }
+}
+
 void ParseBoardDocument(const std::string &Text, rapidjson::Document *Document) {
   Document->Parse<rapidjson::kParseCommentsFlag | rapidjson::kParseTrailingCommasFlag>(Text.c_str(), Text.size());
   if (Document->HasParseError()) {

@@ -52,6 +52,12 @@ class JsonField {
   std::string Path_;
 };
 
+// Raw bytes at offsets of a platform data block of BlockSize bytes:
+// [{"offset": N, "bytes": ...}], each ending inside the block.
+std::vector<BytePatch> ParseBytePatches(const JsonField &Patches, uint64_t BlockSize, const std::string &BlockName);
+// Writes the patches into Block (which holds the whole block).
+void ApplyBytePatches(std::vector<uint8_t> *Block, const std::vector<BytePatch> &Patches);
+
 // Parses a JSON text (comments and trailing commas allowed) into Document,
 // throwing BoardError with the offset of a syntax error.
 void ParseBoardDocument(const std::string &Text, rapidjson::Document *Document);

@@ -1,4 +1,5 @@
 #include "emulator/cpu_memory_data.h"
+#include "emulator/board_json.h"
 
 #include <cstring>
 
@@ -39,7 +40,7 @@ std::vector<uint8_t> BuildMemoryMapBlock(const Board &Board) {
     Put<uint32_t>(Block, Base + QOR_MEMMAP_DIMM_SIZE, D.SizeGb);
     Block[Base + QOR_MEMMAP_DIMM_REPAIR_COUNT] = D.RepairCount;
   }
-  for (const auto &[Offset, Bytes] : Map.Patches) std::memcpy(Block.data() + Offset, Bytes.data(), Bytes.size());
+  ApplyBytePatches(&Block, Map.Patches);
   return Block;
 }
 

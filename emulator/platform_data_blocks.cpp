@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "emulator/board_json.h"
 #include "emulator/platform.h"
 #include "platform/custom_protocol.h"
 #include "platform/system_information.h"
@@ -46,9 +47,7 @@ std::vector<uint8_t> BuildSystemInformationBlock(const Board &Board) {
     QOR_SATA_DRIVE_ENTRY Entry = SataDriveEntry(Info.SataDrives[I]);
     std::memcpy(Block.data() + QOR_SYSINFO_SATA_DRIVES_OFFSET + I * sizeof(Entry), &Entry, sizeof(Entry));
   }
-  for (const BytePatch &Patch : Info.Patches) {
-    if (!Patch.Bytes.empty()) std::memcpy(Block.data() + Patch.Offset, Patch.Bytes.data(), Patch.Bytes.size());
-  }
+  ApplyBytePatches(&Block, Info.Patches);
   return Block;
 }
 
