@@ -485,6 +485,14 @@ Firmware::HandleRecord *Firmware::FindHandle(EFI_HANDLE Handle) {
   return nullptr;
 }
 
+// A registration key is only trusted while its registration is live.
+Firmware::NotifyRecord *Firmware::FindNotify(void *Registration) {
+  for (auto &Record : Notifies_) {
+    if (Record.get() == Registration) return Record.get();
+  }
+  return nullptr;
+}
+
 std::vector<Firmware::HandleRecord *> Firmware::HandlesWith(const EFI_GUID &Guid) {
   std::vector<HandleRecord *> Out;
   for (auto &Record : Handles_) {
@@ -591,10 +599,8 @@ EFI_STATUS Firmware::LocateHandle(EFI_LOCATE_SEARCH_TYPE SearchType, const EFI_G
       Found = HandlesWith(*Protocol);
       break;
     case ByRegisterNotify: {
-      auto *Notify = static_cast<NotifyRecord *>(SearchKey);
-      bool Known = false;
-      for (auto &Record : Notifies_) Known = Known || Record.get() == Notify;
-      if (!Known) return EFI_INVALID_PARAMETER;
+      NotifyRecord *Notify = FindNotify(SearchKey);
+      if (Notify == nullptr) return EFI_INVALID_PARAMETER;
       // One handle per call, as firmware returns them.
       if (!Notify->Pending.empty()) {
         if (*BufferSize < sizeof(EFI_HANDLE)) {
@@ -648,10 +654,8 @@ EFI_STATUS Firmware::LocateProtocol(const EFI_GUID *Protocol, void *Registration
   if (Protocol == nullptr || Interface == nullptr) return EFI_INVALID_PARAMETER;
   *Interface = nullptr;
   if (Registration != nullptr) {
-    auto *Notify = static_cast<NotifyRecord *>(Registration);
-    bool Known = false;
-    for (auto &Record : Notifies_) Known = Known || Record.get() == Notify;
-    if (!Known || Notify->Pending.empty()) return EFI_NOT_FOUND;
+    NotifyRecord *Notify = FindNotify(Registration);
+    if (Notify == nullptr || Notify->Pending.empty()) return EFI_NOT_FOUND;
     HandleRecord *Handle = Notify->Pending.front();
     Notify->Pending.erase(Notify->Pending.begin());
     for (auto &Entry : Handle->Interfaces) {

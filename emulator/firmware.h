@@ -118,6 +118,7 @@ class Firmware {
 
   HandleRecord *FindHandle(EFI_HANDLE Handle);
   EventRecord *FindEvent(EFI_EVENT Event);
+  NotifyRecord *FindNotify(void *Registration);
   void QueueEvent(EventRecord *Event);
   void DispatchAbove(EFI_TPL Tpl);
   void NotifyInstalled(HandleRecord *Handle, const EFI_GUID &Guid);
