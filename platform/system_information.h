@@ -20,6 +20,29 @@
 #define QOR_SYSINFO_SATA_DRIVES_END \
   (QOR_SYSINFO_SATA_DRIVES_OFFSET + QOR_SYSINFO_SATA_DRIVES_MAX * QOR_SYSINFO_SATA_DRIVE_ENTRY_SIZE)
 
+// IIO stack table: which buses each stack decodes and where its root port
+// sits. A count byte, then QOR_SYSINFO_STACK_MAX entries (unused ones have
+// Valid 0). The driver matches a device's segment and bus against the
+// valid entries to find the root port above it.
+#define QOR_SYSINFO_STACK_COUNT_OFFSET 2048
+#define QOR_SYSINFO_STACK_TABLE_OFFSET 2052
+#define QOR_SYSINFO_STACK_MAX 64
+#pragma pack(push, 1)
+typedef struct {
+  UINT8 Valid;           // 1: the stack exists
+  UINT8 Reserved;
+  UINT16 Segment;        // PCI segment the stack's buses belong to
+  UINT8 RootPortBus;     // location of the stack's root port
+  UINT8 RootPortDevice;
+  UINT8 RootPortFunction;
+  UINT8 BusBase;         // first and last bus the stack decodes
+  UINT8 BusLimit;
+  UINT8 Reserved2[3];
+} QOR_IIO_STACK_ENTRY;
+#pragma pack(pop)
+static_assert(sizeof(QOR_IIO_STACK_ENTRY) == 12, "IIO stack entry is 12 bytes");
+#define QOR_SYSINFO_STACK_TABLE_END (QOR_SYSINFO_STACK_TABLE_OFFSET + QOR_SYSINFO_STACK_MAX * 12)
+
 // Link speed index values.
 #define QOR_SATA_SPEED_UNKNOWN 0
 #define QOR_SATA_SPEED_1_5G 1
