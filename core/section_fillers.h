@@ -19,6 +19,8 @@ EFI_STATUS QorFillDimmInfo(UPLOAD_SECTION *Section);
 EFI_STATUS QorFillTpmInfo(UPLOAD_SECTION *Section);
 EFI_STATUS QorFillSataInfo(UPLOAD_SECTION *Section);
 
+// PCIe devices.
+EFI_STATUS QorFillPcieDevice(UPLOAD_SECTION *Section);
 // PCI resources and the memory map.
 EFI_STATUS QorFillMemoryMap(UPLOAD_SECTION *Section);
 
