@@ -74,6 +74,31 @@ static_assert(offsetof(QOR_SATA_DRIVE_ENTRY, MediaType) == 66, "SATA MediaType a
 static_assert(offsetof(QOR_SATA_DRIVE_ENTRY, FormFactor) == 68, "SATA FormFactor at 68");
 static_assert(offsetof(QOR_SATA_DRIVE_ENTRY, SerialNumber) == 70, "SATA SerialNumber at 70");
 
+// GPU list: a count byte, then 19-byte entries. The platform keeps room for
+// QOR_SYSINFO_GPU_MAX entries; the driver stores at most one past the 32 it
+// counts (the count check follows the store).
+#define QOR_SYSINFO_GPU_COUNT_OFFSET 88000
+#define QOR_SYSINFO_GPU_TABLE_OFFSET 88004
+#define QOR_SYSINFO_GPU_MAX 33
+#pragma pack(push, 1)
+typedef struct {
+  UINT32 Slot;
+  UINT8 Bus;
+  UINT8 Dev;
+  UINT8 Func;
+  UINT16 VendorID;
+  UINT16 DeviceID;
+  UINT16 SubVendorID;
+  UINT16 SubDeviceID;
+  UINT8 PCIeGen;
+  UINT8 LinkSpeed;
+  UINT8 CardBandWidth;
+  UINT8 LinkWidth;
+} QOR_GPU_ENTRY;
+#pragma pack(pop)
+static_assert(sizeof(QOR_GPU_ENTRY) == 19, "GPU entry is 19 bytes");
+static_assert(QOR_SYSINFO_GPU_COUNT_OFFSET >= QOR_SYSINFO_SATA_DRIVES_END, "GPU list follows the SATA drives");
+
 // The data block, located through the system information protocol on every
 // call and kept in a module-wide cache that other readers may use; NULL when
 // the protocol or its data pointer is missing.
