@@ -1,6 +1,6 @@
 // The PcieDevice section: the records of the PCIe walk as one JSON object.
 #include "json/text_appender.h"
-#include "pcie/pcie_device_info.h"
+#include "pcie/special_devices.h"
 #include "platform/debug_log.h"
 #include "platform/guids.h"
 #include "platform/memory_lib.h"
@@ -162,7 +162,9 @@ EFI_STATUS QorFillPcieDevice(UPLOAD_SECTION *Section) {
   }
   UINT64 Count = PCIE_DEVICE_MAX;
   QorCollectPcieDevices(&Count, Records);
+  QorGetNvmePcieInfoBehindVmd(&Count, &Records[Count]);
   QorDumpPcieDevices(Records, Count);
+  QorCollectGPUInfo(Records, Count);
   QOR_TEXT_WRITER W;
   QorWriterInit(&W, Section->Buffer, Section->MaxSize);
   QorWritePcieDeviceJson(&W, Records, Count, QorGetCustomerId());

@@ -1,10 +1,11 @@
 // The walk over every PCI I/O handle that fills one PCIE_DEVICE_INFO record
 // per kept PCI Express function 0, with the lookups that enrich each record.
-#include "pcie/pcie_device_info.h"
+#include "pcie/special_devices.h"
 #include "platform/base_lib.h"
 #include "platform/debug_log.h"
 #include "platform/device_path_lib.h"
 #include "platform/guids.h"
+#include "platform/memory_lib.h"
 #include "platform/pcd_lib.h"
 #include "platform/uefi_lib.h"
 
@@ -81,14 +82,9 @@ BOOLEAN Keep(EFI_PCI_IO_PROTOCOL *PciIo, EFI_DEVICE_PATH_PROTOCOL *DevicePath, P
   return !MatchesAny(kExcludedDevices, Ids, FALSE);
 }
 
-VOID FillRecord(EFI_HANDLE Handle, EFI_DEVICE_PATH_PROTOCOL *DevicePath, EFI_PCI_IO_PROTOCOL *PciIo,
-                UINT8 CustomerId, PCIE_DEVICE_INFO *Record) {
-  (VOID) CustomerId;
-  Record->Handle = Handle;
-  Record->DevicePath = DevicePath;
-  Record->Level = QorDevicePathNodeCount(DevicePath);
-  Record->DevicePathText = QorConvertDevicePathToText(DevicePath, FALSE, FALSE);
-  Record->Len = Record->DevicePathText != nullptr ? QorStrLen(Record->DevicePathText) : 0;
+}  // namespace
+
+VOID QorFillRecordFromPciIo(EFI_HANDLE Handle, EFI_PCI_IO_PROTOCOL *PciIo, PCIE_DEVICE_INFO *Record) {
   ReadIds(PciIo, Record);
   PciIo->Pci.Read(PciIo, EfiPciIoWidthUint8, PCI_BASE_CLASS_OFFSET, 1, &Record->ClassCode);
   PciIo->Pci.Read(PciIo, EfiPciIoWidthUint8, PCI_SUB_CLASS_OFFSET, 1, &Record->SubClassCode);
@@ -105,17 +101,47 @@ VOID FillRecord(EFI_HANDLE Handle, EFI_DEVICE_PATH_PROTOCOL *DevicePath, EFI_PCI
   Record->CPU = QorComputeCpuNumber(Record->Segment, Record->Bus);
   if (QorPcdGet8(QOR_PCD_TOKEN_VMD_FW_VERSION_SWITCH) == 1) QorGetDevFwVersion(Record);
   Record->MezzSlot = 255;
+}
+
+namespace {
+
+// One kept device: the record, its lookups and link update, then the
+// detections and policies that look at it.
+struct WALK_STATE {
+  UINT8 CustomerId;
+  UINT8 CheckBootMode;
+  BOOLEAN Bf2Found;
+  BOOLEAN ZijinFound;
+  EFI_DEVICE_PATH_PROTOCOL *SwitchPath;
+};
+
+VOID CollectDevice(EFI_HANDLE Handle, EFI_DEVICE_PATH_PROTOCOL *DevicePath, EFI_PCI_IO_PROTOCOL *PciIo,
+                   WALK_STATE *Walk, PCIE_DEVICE_INFO *Record) {
+  Record->Handle = Handle;
+  Record->DevicePath = DevicePath;
+  Record->Level = QorDevicePathNodeCount(DevicePath);
+  Record->DevicePathText = QorConvertDevicePathToText(DevicePath, FALSE, FALSE);
+  Record->Len = Record->DevicePathText != nullptr ? QorStrLen(Record->DevicePathText) : 0;
+  QorFillRecordFromPciIo(Handle, PciIo, Record);
   if (Record->ClassCode == 2) QorGetNicInfo(Record);
   PCIE_LINK_UPDATE_HANDLER Handler = QorFindLinkUpdateHandler(Record);
   if (Handler != nullptr) Handler(Record);
   Record->MaxSpeed = QorMaxSpeedFromGen(Record->PCIeGen);
+
+  if (!Walk->Bf2Found) QorFindBF2Device(Record, &Walk->Bf2Found);
+  if (Record->ClassCode == 1 && Record->SubClassCode == 8) QorPcieUpdateNvmeM2Info(Record);
+  if (Walk->CustomerId == 1 && Walk->CheckBootMode == 0xFF) Walk->CheckBootMode = QorGetBootModeByDev(Record);
+  if (Walk->CustomerId == 3 && !gQorJdNicSeen) QorSetJdNicSlot(Record);
+  if (!Walk->ZijinFound) QorFindZijinDevice(Record, &Walk->ZijinFound, &Walk->SwitchPath);
+  if (Walk->CustomerId == 1) QorFindTaihangDpu(Record);
+  if (Walk->CustomerId != 1) QorChangeMMIOHSizeForP800(Record);
 }
 
 }  // namespace
 
 EFI_STATUS QorCollectPcieDevices(UINT64 *Count, PCIE_DEVICE_INFO *Records) {
   *Count = 0;
-  UINT8 CustomerId = QorGetCustomerId();
+  WALK_STATE Walk = {QorGetCustomerId(), 0xFF, FALSE, FALSE, nullptr};
   UINTN HandleCount = 0;
   EFI_HANDLE *Handles = nullptr;
   EFI_STATUS Status =
@@ -144,8 +170,19 @@ EFI_STATUS QorCollectPcieDevices(UINT64 *Count, PCIE_DEVICE_INFO *Records) {
     // The record array has PCIE_DEVICE_MAX entries; a larger machine is
     // listed up to that many devices.
     if (Filled >= PCIE_DEVICE_MAX) break;
-    FillRecord(Handles[I], DevicePath, PciIo, CustomerId, &Records[Filled]);
+    CollectDevice(Handles[I], DevicePath, PciIo, &Walk, &Records[Filled]);
     Filled++;
+  }
+  if (Walk.CustomerId == 1) QorModifyBootModeByDev(Walk.CheckBootMode);
+  if (Walk.CustomerId == 3 && !gQorJdNicSeen) QorJdNicAbsentProcess();
+  if (Walk.ZijinFound && Filled < PCIE_DEVICE_MAX) {
+    EFI_STATUS Status = FillSwitchInfo(Walk.SwitchPath, &Records[Filled]);
+    if (!EFI_ERROR(Status)) {
+      QorFreePool(Walk.SwitchPath);
+      Filled++;
+    } else {
+      QorDebugPrint(DEBUG_ERROR, "FillSwitchInfo failed, Status = %r\n", Status);
+    }
   }
   *Count = Filled;
   return EFI_SUCCESS;
