@@ -21,7 +21,9 @@ EFI_STATUS QorFillSataInfo(UPLOAD_SECTION *Section);
 
 // PCIe devices.
 EFI_STATUS QorFillPcieDevice(UPLOAD_SECTION *Section);
-// PCI resources and the memory map.
+// PCI resources, the PCI tree and the memory map.
+EFI_STATUS QorFillPcieResource(UPLOAD_SECTION *Section);
+EFI_STATUS QorFillPcieTopology(UPLOAD_SECTION *Section);
 EFI_STATUS QorFillMemoryMap(UPLOAD_SECTION *Section);
 
 // Flash information upload, hung on the fill trigger.
