@@ -539,7 +539,7 @@ Board ParseBoard(const std::string &JsonText) { return ParseOverBase(JsonText, f
 
 Board LoadBoardFile(const std::string &Path) {
   std::error_code Error;
-  if (std::filesystem::is_directory(Path, Error)) throw BoardError(Path + ": is a folder, not a board file");
+  if (std::filesystem::is_directory(Path, Error)) throw BoardError(Path + ": is a directory, not a board file");
   std::ifstream In(Path, std::ios::binary);
   if (!In) throw BoardError(Path + ": cannot be read");
   std::stringstream Text;

@@ -118,9 +118,9 @@ TEST_F(QorEmuCommand, AnOutputThatCannotBeWrittenEndsWithStatus1) {
   EXPECT_NE(Err.find("plain-file"), std::string::npos) << Err;
 }
 
-TEST_F(QorEmuCommand, RefusesAFolderAsBoardSayingItIsAFolder) {
+TEST_F(QorEmuCommand, RefusesADirectoryAsBoardSayingSo) {
   EXPECT_EQ(Run("--board '" + Dir.string() + "'"), 1);
-  EXPECT_NE(Err.find("is a folder, not a board file"), std::string::npos) << Err;
+  EXPECT_NE(Err.find("is a directory, not a board file"), std::string::npos) << Err;
 }
 
 // Nesting this deep overflowed the stack of a recursive reader.
