@@ -249,7 +249,8 @@ EFI_STATUS QorFillMemoryMap(UPLOAD_SECTION *Section) {
   } else {
     UINTN Length = QorAsciiStrLen(Text);
     if (Section->Buffer == nullptr) {
-      QorDebugPrint(DEBUG_ERROR, "%a: the section has no buffer (its allocation failed), document of %lu bytes dropped.\n",
+      QorDebugPrint(DEBUG_ERROR,
+                    "%a: the section has no buffer (its allocation failed), document of %lu bytes dropped.\n",
                     "QorFillMemoryMap", (UINT64)Length);
     } else if (Length < Section->MaxSize) {
       QorCopyMem(Section->Buffer, Text, Length);

@@ -69,7 +69,8 @@ TEST(BoardText, EmptyListsWhereRecordsAreExpectedLoadAndBoot) {
   ASSERT_TRUE(Board.MrcData.has_value());
   ASSERT_EQ(Board.MrcData->size(), 4 * 8 + 4 * 90u);  // the PPINs, then four empty socket records
   EXPECT_EQ(std::vector<uint8_t>(Board.MrcData->begin() + 32, Board.MrcData->end()), std::vector<uint8_t>(360, 0));
-  for (const char *Json : {R"({"hobs":{"mrcData":{"socketResults":[],"ppins":[]}}})", R"({"flash":{"id":""}})",
+  for (const char *Json : {R"({"hobs":{"mrcData":{"socketResults":[],"ppins":[]}}})",
+                           R"({"flash":{"id":""}})",
                            R"({"variables":[{"name":"Setup","guid":"EC87D643-EBA4-4BB5-A1E5-3F3E36B20DA9","data":""},
                                    {"name":"QorWakeupType","guid":"DCE52B69-24BB-4D1D-B26A-1D9648C06A0E","data":""}]})"}) {
     SCOPED_TRACE(Json);
