@@ -269,6 +269,23 @@ std::string BootReportJson(const Board &Board, const BootResult &Result, int Boo
   W.Uint64(Result.CpuAccesses);
   Key(W, "pciConfigReads");
   W.Uint64(Result.PciConfigReads);
+  Key(W, "pciConfigWrites");
+  W.Uint64(Result.PciConfigWrites);
+  Key(W, "pciAbsentFunctionReads");
+  W.Uint64(Result.PciAbsentReads);
+  Key(W, "pciFunctions");
+  W.StartArray();
+  for (const auto &Cost : Result.PciFunctionCosts) {
+    W.StartObject();
+    Key(W, "location");
+    Str(W, Cost.Location);
+    Key(W, "reads");
+    W.Uint64(Cost.Reads);
+    Key(W, "writes");
+    W.Uint64(Cost.Writes);
+    W.EndObject();
+  }
+  W.EndArray();
   Key(W, "serviceCalls");
   W.StartObject();
   uint64_t Total = 0;
