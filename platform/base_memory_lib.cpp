@@ -49,67 +49,75 @@ void CheckRange(CONST VOID *Start, UINTN Length, bool IsWrite) {
 inline void CheckRange(CONST VOID *, UINTN, bool) {}
 #endif
 
-// Unaligned, aliasing accesses: the short paths read and write any bytes.
-typedef UINT64 __attribute__((may_alias, aligned(1))) UNALIGNED_UINT64;
-typedef UINT32 __attribute__((may_alias, aligned(1))) UNALIGNED_UINT32;
-typedef UINT16 __attribute__((may_alias, aligned(1))) UNALIGNED_UINT16;
+// Unaligned, aliasing accesses: the short paths read and write words at any
+// address. A packed member is the access compilers emit as one unaligned
+// move (an alignment attribute on a typedef does not survive a template).
+template <typename Word>
+struct __attribute__((packed, may_alias)) UNALIGNED {
+  Word Value;
+};
 
 template <typename Word>
-Word &At(UINTN Address) {
-  return *(Word *)Address;
+Word Load(UINTN Address) {
+  return ((CONST UNALIGNED<Word> *)Address)->Value;
+}
+
+template <typename Word>
+void Store(UINTN Address, Word Value) {
+  ((UNALIGNED<Word> *)Address)->Value = Value;
 }
 
 // One word at each end of the range; for Length from sizeof(Word) to twice
 // that the two cover it, overlapping in the middle.
 template <typename Word>
 void StoreEnds(UINTN To, UINTN Length, UINT64 Pattern) {
-  At<Word>(To) = (Word)Pattern;
-  At<Word>(To + Length - sizeof(Word)) = (Word)Pattern;
+  Store<Word>(To, (Word)Pattern);
+  Store<Word>(To + Length - sizeof(Word), (Word)Pattern);
 }
 
 // Both loads come before either store, so the ranges may overlap.
 template <typename Word>
 void MoveEnds(UINTN To, UINTN From, UINTN Length) {
-  const Word Head = At<Word>(From);
-  const Word Tail = At<Word>(From + Length - sizeof(Word));
-  At<Word>(To) = Head;
-  At<Word>(To + Length - sizeof(Word)) = Tail;
+  const Word Head = Load<Word>(From);
+  const Word Tail = Load<Word>(From + Length - sizeof(Word));
+  Store<Word>(To, Head);
+  Store<Word>(To + Length - sizeof(Word), Tail);
 }
 
 void SetShort(UINTN To, UINTN Length, UINT64 Pattern) {
   if (Length >= 16) {
-    StoreEnds<UNALIGNED_UINT64>(To, 16, Pattern);
-    StoreEnds<UNALIGNED_UINT64>(To + Length - 16, 16, Pattern);
+    StoreEnds<UINT64>(To, 16, Pattern);
+    StoreEnds<UINT64>(To + Length - 16, 16, Pattern);
   } else if (Length >= 8) {
-    StoreEnds<UNALIGNED_UINT64>(To, Length, Pattern);
+    StoreEnds<UINT64>(To, Length, Pattern);
   } else if (Length >= 4) {
-    StoreEnds<UNALIGNED_UINT32>(To, Length, Pattern);
+    StoreEnds<UINT32>(To, Length, Pattern);
   } else if (Length >= 2) {
-    StoreEnds<UNALIGNED_UINT16>(To, Length, Pattern);
+    StoreEnds<UINT16>(To, Length, Pattern);
   } else if (Length == 1) {
-    At<UINT8>(To) = (UINT8)Pattern;
+    Store<UINT8>(To, (UINT8)Pattern);
   }
 }
 
 void CopyShort(UINTN To, UINTN From, UINTN Length) {
   if (Length >= 16) {
     // Four loads before any store, as in MoveEnds.
-    const UINT64 A = At<UNALIGNED_UINT64>(From);
-    const UINT64 B = At<UNALIGNED_UINT64>(From + 8);
-    const UINT64 C = At<UNALIGNED_UINT64>(From + Length - 16);
-    const UINT64 D = At<UNALIGNED_UINT64>(From + Length - 8);
-    At<UNALIGNED_UINT64>(To) = A;
-    At<UNALIGNED_UINT64>(To + 8) = B;
-    At<UNALIGNED_UINT64>(To + Length - 16) = C;
-    At<UNALIGNED_UINT64>(To + Length - 8) = D;
+    const UINT64 A = Load<UINT64>(From);
+    const UINT64 B = Load<UINT64>(From + 8);
+    const UINT64 C = Load<UINT64>(From + Length - 16);
+    const UINT64 D = Load<UINT64>(From + Length - 8);
+    Store<UINT64>(To, A);
+    Store<UINT64>(To + 8, B);
+    Store<UINT64>(To + Length - 16, C);
+    Store<UINT64>(To + Length - 8, D);
   } else if (Length >= 8) {
-    MoveEnds<UNALIGNED_UINT64>(To, From, Length);
+    MoveEnds<UINT64>(To, From, Length);
   } else if (Length >= 4) {
-    MoveEnds<UNALIGNED_UINT32>(To, From, Length);
+    MoveEnds<UINT32>(To, From, Length);
   } else if (Length >= 2) {
-    MoveEnds<UNALIGNED_UINT16>(To, From, Length);
+    MoveEnds<UINT16>(To, From, Length);
   } else if (Length == 1) {
-    At<UINT8>(To) = At<UINT8>(From);
+    Store<UINT8>(To, Load<UINT8>(From));
   }
 }
 
@@ -159,14 +167,14 @@ inline bool WordsDiffer(UINTN &Left, UINTN &Right, UINTN Count) {
 
 void SetLong(UINTN To, UINTN Length, UINT64 Pattern) {
   // The ends by unaligned stores, then the aligned words between them.
-  StoreEnds<UNALIGNED_UINT64>(To, Length, Pattern);
+  StoreEnds<UINT64>(To, Length, Pattern);
   UINTN First = (To + 7) & ~(UINTN)7;
   StoreWords(First, (((To + Length) & ~(UINTN)7) - First) >> 3, Pattern);
 }
 
 // Ranges apart: the ends by unaligned moves, the aligned words between.
 void CopyApart(UINTN To, UINTN From, UINTN Length) {
-  MoveEnds<UNALIGNED_UINT64>(To, From, Length);
+  MoveEnds<UINT64>(To, From, Length);
   UINTN First = (To + 7) & ~(UINTN)7;
   UINTN Source = From + (First - To);
   MoveWordsUp(First, Source, (((To + Length) & ~(UINTN)7) - First) >> 3);
