@@ -121,6 +121,8 @@ VOID AddCard(CONST QOR_RIG_MACHINE *Machine, CONST QOR_RIG_PCI_FUNCTION *First, 
       QorRigWarn("no MAC address for network function %02x:%02x.%x", F->Bus, F->Device, F->Function);
     }
     QorCopyMem(Port + QOR_NIC_PORT_MAC_OFFSET, Mac, sizeof(Mac));
+    QorRigReport("nic", "slot %u %02x:%02x.%x %02x:%02x:%02x:%02x:%02x:%02x", Slot, F->Bus, F->Device, F->Function,
+                 Mac[0], Mac[1], Mac[2], Mac[3], Mac[4], Mac[5]);
   }
   gCards[gCardCount++] = {Slot, Entry};
 }

@@ -83,6 +83,21 @@ VOID InstallTrigger(CONST CHAR8 *Name, CONST EFI_GUID *Guid, UINT64 *Started) {
   QorRigReport("trigger", "%a %lu", Name, Ticks);
 }
 
+// A server's boot manager connects every controller before the boot
+// options run; OVMF connects only what QEMU's boot order names. Connecting
+// each PCI root bridge recursively brings up every PCI device's driver
+// (NVMe pass-thru, disks, network) and what they produce.
+VOID ConnectPciControllers() {
+  EFI_HANDLE *Handles = nullptr;
+  UINTN Count = 0;
+  if (EFI_ERROR(gBS->LocateHandleBuffer(ByProtocol, (EFI_GUID *)&gEfiPciRootBridgeIoProtocolGuid, nullptr, &Count,
+                                        &Handles))) {
+    return;
+  }
+  for (UINTN I = 0; I < Count; I++) gBS->ConnectController(Handles[I], nullptr, nullptr, TRUE);
+  gBS->FreePool(Handles);
+}
+
 // TSC ticks in one millisecond, measured against the firmware's timer.
 UINT64 TicksPerMillisecond() {
   UINT64 Start = QorRigReadTsc();
@@ -108,9 +123,16 @@ extern "C" EFI_STATUS EFIAPI QorRigEntry(EFI_HANDLE ImageHandle, EFI_SYSTEM_TABL
   gBS = SystemTable->BootServices;
   gRT = SystemTable->RuntimeServices;
   gBS->SetWatchdogTimer(0, 0, 0, nullptr);  // the boot manager's watchdog would cut a slow run short
+  UINT64 ConnectStart = QorRigReadTsc();
+  ConnectPciControllers();
+  UINT64 ConnectTicks = QorRigReadTsc() - ConnectStart;
+  // After connecting: a reconnected terminal would take the port back.
+  BOOLEAN Claimed = QorRigChannelClaim();
   QorRigChannelInit();
   QorRigSendBytes(QOR_RIG_FRAME_START, "", QOR_RIG_VERSION, QorAsciiStrLen(QOR_RIG_VERSION));
+  QorRigReport("connectTicks", "%lu", ConnectTicks);
 
+  if (!Claimed) QorRigWarn("the firmware's console may still write to the channel's serial port");
   QorRigReadConfig(&gConfig);
   QorRigSurveyMachine(&gMachine);
   QorRigReport("customerId", "%u", (UINT32)gConfig.CustomerId);

@@ -1,7 +1,9 @@
 #include "uefi/rig/serial_channel.h"
 
 #include "platform/base_lib.h"
+#include "platform/device_path.h"
 #include "platform/cpu_access.h"
+#include "platform/guids.h"
 #include "platform/print_lib.h"
 #include "platform/uefi_lib.h"
 #include "uefi/rig/rig_channel.h"
@@ -63,7 +65,42 @@ VOID SendText(UINT8 Kind, CONST CHAR8 *Name, CONST CHAR8 *Format, VA_LIST Marker
   QorRigSendBytes(Kind, Name, Text, Length);
 }
 
+// The firmware's serial I/O instance of this port: its device path holds
+// the ACPI node of the second 16550 (PNP0501, UID 1).
+CONST EFI_GUID kSerialIoGuid = {0xBB25CF6F, 0xF1D4, 0x11D2, {0x9A, 0x0C, 0x00, 0x90, 0x27, 0x3F, 0xC1, 0xFD}};
+
+BOOLEAN IsSecondUart(EFI_HANDLE Handle) {
+  CONST EFI_DEVICE_PATH_PROTOCOL *Node = nullptr;
+  if (EFI_ERROR(gBS->HandleProtocol(Handle, (EFI_GUID *)&gEfiDevicePathProtocolGuid, (VOID **)&Node))) return FALSE;
+  for (UINTN Guard = 0; Guard < 32 && Node->Type != END_DEVICE_PATH_TYPE; Guard++) {
+    UINTN Length = (UINTN)(Node->Length[0] | Node->Length[1] << 8);
+    if (Length < sizeof(EFI_DEVICE_PATH_PROTOCOL)) return FALSE;
+    if (Node->Type == ACPI_DEVICE_PATH && Node->SubType == ACPI_DP) {
+      CONST ACPI_HID_DEVICE_PATH *Acpi = (CONST ACPI_HID_DEVICE_PATH *)Node;
+      if (Acpi->HID == EISA_PNP_ID(0x0501) && Acpi->UID == 1) return TRUE;
+    }
+    Node = (CONST EFI_DEVICE_PATH_PROTOCOL *)((CONST UINT8 *)Node + Length);
+  }
+  return FALSE;
+}
+
 }  // namespace
+
+BOOLEAN QorRigChannelClaim(VOID) {
+  EFI_HANDLE *Handles = nullptr;
+  UINTN Count = 0;
+  BOOLEAN Released = FALSE;
+  if (EFI_ERROR(gBS->LocateHandleBuffer(ByProtocol, (EFI_GUID *)&kSerialIoGuid, nullptr, &Count, &Handles))) {
+    return FALSE;
+  }
+  for (UINTN I = 0; I < Count; I++) {
+    if (IsSecondUart(Handles[I]) && !EFI_ERROR(gBS->DisconnectController(Handles[I], nullptr, nullptr))) {
+      Released = TRUE;
+    }
+  }
+  gBS->FreePool(Handles);
+  return Released;
+}
 
 VOID QorRigChannelInit(VOID) {
   if (!gCrcTableReady) BuildCrcTable();

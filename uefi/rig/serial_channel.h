@@ -11,6 +11,10 @@ typedef struct {
   UINTN Length;
 } QOR_RIG_PIECE;
 
+// The firmware puts a console terminal on every serial port it finds; the
+// terminal above this port is disconnected so that no console text lands
+// between frames. TRUE when a terminal was released.
+BOOLEAN QorRigChannelClaim(VOID);
 // Sets the UART to 8 data bits, no parity, FIFO on.
 VOID QorRigChannelInit(VOID);
 
