@@ -63,8 +63,13 @@ mkdir -p "$out"
 out=$(cd "$out" && pwd)
 build_dir=$(cd "$build_dir" && pwd)
 
-# ---- the machine: 2 sockets of 2 cores, 2 GiB; a switch, two NVMe drives
-# (one in an M.2 slot, 251), a virtio and an e1000e NIC, a SATA SSD.
+# ---- the machine: 2 sockets of 2 cores, 2 GiB. Each root port sits on a
+# root bus of its own (a PCI Express expander), as each IIO stack of a
+# server has its own bus range: buses 0x10 and 0x20 for socket 0, 0x80 and
+# 0xA0 for socket 1 (128 buses per socket). Below them: an NVMe drive in
+# M.2 slot 251; a switch with a virtio NIC (slot 3) and an NVMe drive
+# (slot 4); an e1000e NIC (slot 5); an empty slot (6). A SATA SSD on the
+# chipset's AHCI port 0.
 sockets=2
 cores=2
 memory_mib=2048
@@ -74,6 +79,30 @@ sata_model=QOR-RIG-SATA-SSD
 sata_serial=QORSATA0001
 virtio_mac=52:54:00:00:03:01
 e1000e_mac=52:54:00:00:05:01
+
+topology=(
+  -device pxb-pcie,id=pcie.10,bus_nr=16,bus=pcie.0
+  -device pxb-pcie,id=pcie.20,bus_nr=32,bus=pcie.0
+  -device pxb-pcie,id=pcie.80,bus_nr=128,bus=pcie.0
+  -device pxb-pcie,id=pcie.a0,bus_nr=160,bus=pcie.0
+  -device pcie-root-port,id=rp1,bus=pcie.10,chassis=1,slot=251
+  -blockdev driver=null-co,node-name=nvme0,size=1073741824
+  -device "nvme,drive=nvme0,serial=$nvme0_serial,bus=rp1"
+  -device pcie-root-port,id=rp2,bus=pcie.20,chassis=2,slot=2
+  -device x3130-upstream,id=up2,bus=rp2
+  -device xio3130-downstream,id=dn3,bus=up2,chassis=3,slot=3
+  -device xio3130-downstream,id=dn4,bus=up2,chassis=4,slot=4
+  -netdev user,id=net0,restrict=on
+  -device "virtio-net-pci,netdev=net0,bus=dn3,disable-legacy=on,romfile=,mac=$virtio_mac"
+  -blockdev driver=null-co,node-name=nvme1,size=2147483648
+  -device "nvme,drive=nvme1,serial=$nvme1_serial,bus=dn4"
+  -device pcie-root-port,id=rp5,bus=pcie.80,chassis=5,slot=5
+  -netdev user,id=net1,restrict=on
+  -device "e1000e,netdev=net1,bus=rp5,romfile=,mac=$e1000e_mac"
+  -device pcie-root-port,id=rp6,bus=pcie.a0,chassis=6,slot=6
+  -blockdev driver=null-co,node-name=sata0,size=4294967296
+  -device "ide-hd,drive=sata0,bus=ide.0,model=$sata_model,serial=$sata_serial,rotation_rate=1"
+)
 
 # One boot. $1 run folder, $2 VARS file, then extra QEMU arguments.
 # Leaves channel.bin, console.log and wall-seconds in the run folder.
@@ -93,21 +122,7 @@ boot_machine() {
     -drive "if=pflash,format=raw,unit=1,file=$vars" \
     -serial "file:$run/console.log" -serial "file:$run/channel.bin" \
     -drive "if=none,id=esp,format=raw,file=fat:rw:$esp" -device virtio-blk-pci,drive=esp,bootindex=0 \
-    -device pcie-root-port,id=rp1,bus=pcie.0,chassis=1,slot=251 \
-    -blockdev driver=null-co,node-name=nvme0,size=1073741824 \
-    -device "nvme,drive=nvme0,serial=$nvme0_serial,bus=rp1" \
-    -device pcie-root-port,id=rp2,bus=pcie.0,chassis=2,slot=2 \
-    -device x3130-upstream,id=up2,bus=rp2 \
-    -device xio3130-downstream,id=dn3,bus=up2,chassis=3,slot=3 \
-    -device xio3130-downstream,id=dn4,bus=up2,chassis=4,slot=4 \
-    -netdev user,id=net0,restrict=on -device virtio-net-pci,netdev=net0,bus=dn3,disable-legacy=on,romfile=,mac=$virtio_mac \
-    -blockdev driver=null-co,node-name=nvme1,size=2147483648 \
-    -device "nvme,drive=nvme1,serial=$nvme1_serial,bus=dn4" \
-    -device pcie-root-port,id=rp5,bus=pcie.0,chassis=5,slot=5 \
-    -netdev user,id=net1,restrict=on -device e1000e,netdev=net1,bus=rp5,romfile=,mac=$e1000e_mac \
-    -device pcie-root-port,id=rp6,bus=pcie.0,chassis=6,slot=6 \
-    -blockdev driver=null-co,node-name=sata0,size=4294967296 \
-    -device "ide-hd,drive=sata0,bus=ide.0,model=$sata_model,serial=$sata_serial,rotation_rate=1" \
+    "${topology[@]}" \
     "$@" >"$run/qemu.log" 2>&1 || status=$?
   end=$(date +%s%N)
   awk "BEGIN { printf \"%.3f\", ($end - $start) / 1e9 }" >"$run/wall-seconds"
@@ -125,12 +140,14 @@ write_machine() {
   "memoryMiB": $memory_mib,
   "customerId": $2,
   "devices": [
-    {"id": "nvme0", "vendorId": 6966, "deviceId": 16, "slot": 251,
+    {"id": "nvme0", "vendorId": 6966, "deviceId": 16, "slot": 251, "socket": 0, "rootPortBus": 16,
      "nvme": {"model": "QEMU NVMe Ctrl", "serial": "$nvme0_serial"}},
-    {"id": "nvme1", "vendorId": 6966, "deviceId": 16, "slot": 4,
+    {"id": "nvme1", "vendorId": 6966, "deviceId": 16, "slot": 4, "socket": 0, "rootPortBus": 32,
      "nvme": {"model": "QEMU NVMe Ctrl", "serial": "$nvme1_serial"}},
-    {"id": "virtio-net", "vendorId": 6900, "deviceId": 4161, "slot": 3, "mac": "$virtio_mac"},
-    {"id": "e1000e", "vendorId": 32902, "deviceId": 4307, "slot": 5, "mac": "$e1000e_mac"}
+    {"id": "virtio-net", "vendorId": 6900, "deviceId": 4161, "slot": 3, "socket": 0, "rootPortBus": 32,
+     "mac": "$virtio_mac"},
+    {"id": "e1000e", "vendorId": 32902, "deviceId": 4307, "slot": 5, "socket": 1, "rootPortBus": 128,
+     "mac": "$e1000e_mac"}
   ],
   "sata": [{"port": 0, "model": "$sata_model", "serial": "$sata_serial", "solidState": true}]
 }

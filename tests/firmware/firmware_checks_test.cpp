@@ -278,6 +278,12 @@ TEST_F(Inventory, PcieDeviceListsQemusDevicesWithTheirSlots) {
     const rapidjson::Value *Device = FindDevice(List, Expected["vendorId"].GetUint64(), Expected["deviceId"].GetUint64(),
                                                 Expected["slot"].GetUint64());
     ASSERT_NE(Device, nullptr) << "not listed with the slot number of the port above it";
+    // The stack table's root port of the device's bus range; the socket by
+    // the bus partition (128 buses per socket).
+    EXPECT_EQ((*Device)["CPU"].GetUint64(), Expected["socket"].GetUint64());
+    EXPECT_EQ((*Device)["CPUBus"].GetUint64(), Expected["rootPortBus"].GetUint64());
+    EXPECT_EQ((*Device)["CPUDev"].GetUint64(), 0u);
+    EXPECT_EQ((*Device)["CPUFunc"].GetUint64(), 0u);
     if (Expected.HasMember("nvme")) {
       // Model and serial number as QEMU's NVMe controller reports them
       // through the pass-thru protocol's Identify Controller.

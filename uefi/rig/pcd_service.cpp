@@ -14,14 +14,10 @@
 
 namespace {
 
-// Tokens the PCIe walk reads that have no name in the platform layer yet.
+// Tokens the PCIe walk reads that have no name in the platform layer.
 constexpr UINTN kTokenIpmiBootMode = 40;
-constexpr UINTN kTokenBusPartitionDivisor = 320;
-constexpr UINTN kTokenBusPartitionMode = 347;
-constexpr UINTN kExTokenDpuNicSlot = 177;
-constexpr UINTN kExTokenOnboardSlotConfig = 6;
-// Token space of the on-board slot configuration byte.
-CONST EFI_GUID kOnboardSlotTokenSpace = {0xB3474EE8, 0x7682, 0x4CD3, {0x8A, 0x9F, 0x4B, 0x95, 0xE3, 0x5A, 0x25, 0x7D}};
+constexpr UINTN kExTokenDpuNicSlot = 177;          // CustomerId token space
+constexpr UINTN kExTokenOnboardSlotConfig = 6;     // on-board slot token space
 
 struct PCD_ENTRY {
   CONST EFI_GUID *Space;  // NULL: a token of the platform database (PCD_PROTOCOL)
@@ -153,12 +149,12 @@ VOID FillTable(CONST QOR_RIG_CONFIG *Config, CONST QOR_RIG_MACHINE *Machine) {
   Add(nullptr, QOR_PCD_TOKEN_SATA_DRIVE_COUNT, Machine->SataCount);
   Add(nullptr, kTokenIpmiBootMode, 0);
   // Mode 3 with divisor 1: buses 0-127 belong to socket 0, 128-255 to socket 1.
-  Add(nullptr, kTokenBusPartitionMode, 3);
-  Add(nullptr, kTokenBusPartitionDivisor, 1);
+  Add(nullptr, QOR_PCD_TOKEN_BUS_PARTITION_MODE, 3);
+  Add(nullptr, QOR_PCD_TOKEN_BUS_PARTITION_DIVISOR, 1);
   Add(&gQorCustomerIdTokenSpaceGuid, QOR_PCD_EX_TOKEN_CUSTOMER_ID, Config->CustomerId);
   Add(&gQorCustomerIdTokenSpaceGuid, QOR_PCD_EX_TOKEN_MAX_SATA, QOR_RIG_MAX_SATA);
   Add(&gQorCustomerIdTokenSpaceGuid, kExTokenDpuNicSlot, 0xFF);  // no DPU slot configured
-  Add(&kOnboardSlotTokenSpace, kExTokenOnboardSlotConfig, 0);
+  Add(&gQorOnboardPcdTokenSpaceGuid, kExTokenOnboardSlotConfig, 0);
 }
 
 // Puts Ours in front of the firmware's instance of Guid: the firmware's is

@@ -25,6 +25,8 @@ constexpr UINTN kCustomProtocolBlockSize = 0x8000;
 constexpr UINTN kIioDataSize = 0x2000;
 static_assert(QOR_SYSINFO_SATA_DRIVES_END <= kSystemInformationBlockSize, "SATA entries inside the block");
 static_assert(QOR_SYSINFO_STACK_TABLE_END <= kSystemInformationBlockSize, "stack table inside the block");
+static_assert(QOR_SYSINFO_GPU_TABLE_OFFSET + QOR_SYSINFO_GPU_MAX * sizeof(QOR_GPU_ENTRY) <= kSystemInformationBlockSize,
+              "GPU list inside the block");
 
 QOR_SYSTEM_INFORMATION_PROTOCOL gSystemInformation;
 QOR_IIO_SYS_PROTOCOL gIioSys;
@@ -35,23 +37,91 @@ UINT8 gSystemTopology[QOR_TOPOLOGY_DATA_SIZE];
 
 VOID PutText(CHAR8 *Field, UINTN FieldSize, CONST CHAR8 *Text) { QorAsciiStrCopy(Field, FieldSize, Text); }
 
-// One stack per root port: the buses below the port are the stack's.
+// The machine's root ports stand for the platform's IIO root ports. Each
+// sits on a root bus of its own (a PCI Express expander of the q35 machine),
+// as each IIO stack of a server has its own bus range.
+BOOLEAN IsRootPort(CONST QOR_RIG_PCI_FUNCTION *F) {
+  return F->PortType == QOR_RIG_PCIE_PORT_TYPE_ROOT_PORT && F->HeaderType == 1;
+}
+
+// The socket a bus belongs to, by the bus partition the PCDs describe
+// (mode 3, divisor 1: 128 buses per socket).
+UINT32 SocketOfBus(UINT16 Segment, UINT8 Bus) { return (UINT32)(Bus / 128 + Segment * 2) % 256; }
+
+// One stack per root port: from the port's own bus to the last bus below it.
 VOID BuildStackTable(CONST QOR_RIG_MACHINE *Machine, UINT8 *Block) {
   UINTN Count = 0;
   QOR_IIO_STACK_ENTRY *Table = (QOR_IIO_STACK_ENTRY *)(Block + QOR_SYSINFO_STACK_TABLE_OFFSET);
   for (UINTN I = 0; I < Machine->PciCount && Count < QOR_SYSINFO_STACK_MAX; I++) {
     CONST QOR_RIG_PCI_FUNCTION *F = &Machine->Pci[I];
-    if (F->PortType != QOR_RIG_PCIE_PORT_TYPE_ROOT_PORT || F->HeaderType != 1) continue;
+    if (!IsRootPort(F)) continue;
     QOR_IIO_STACK_ENTRY *Entry = &Table[Count++];
     Entry->Valid = 1;
     Entry->Segment = F->Segment;
     Entry->RootPortBus = F->Bus;
     Entry->RootPortDevice = F->Device;
     Entry->RootPortFunction = F->Function;
-    Entry->BusBase = F->SecondaryBus;
+    Entry->BusBase = F->Bus;
     Entry->BusLimit = F->SubordinateBus;
   }
   Block[QOR_SYSINFO_STACK_COUNT_OFFSET] = (UINT8)Count;
+}
+
+// The function of the given port type on a bus (a switch port), or NULL.
+CONST QOR_RIG_PCI_FUNCTION *PortOnBus(CONST QOR_RIG_MACHINE *Machine, UINT16 Segment, UINT8 Bus, UINT8 PortType) {
+  for (UINTN I = 0; I < Machine->PciCount; I++) {
+    CONST QOR_RIG_PCI_FUNCTION *F = &Machine->Pci[I];
+    if (F->Segment == Segment && F->Bus == Bus && F->PortType == PortType && F->HeaderType == 1) return F;
+  }
+  return nullptr;
+}
+
+// Switch levels below a root port: each level is a switch (upstream port
+// and downstream port: two device-path nodes) found below the previous one.
+VOID SwitchLevels(CONST QOR_RIG_MACHINE *Machine, CONST QOR_RIG_PCI_FUNCTION *RootPort, UINT8 Levels[3]) {
+  CONST QOR_RIG_PCI_FUNCTION *Above = RootPort;
+  for (UINTN Level = 0; Level < 3; Level++) {
+    Levels[Level] = 0;
+    CONST QOR_RIG_PCI_FUNCTION *Upstream =
+        Above != nullptr && Above->SecondaryBus != Above->Bus
+            ? PortOnBus(Machine, Above->Segment, Above->SecondaryBus, QOR_RIG_PCIE_PORT_TYPE_SWITCH_UPSTREAM)
+            : nullptr;
+    if (Upstream == nullptr || Upstream->SecondaryBus == Upstream->Bus) {
+      Above = nullptr;
+      continue;
+    }
+    Levels[Level] = 0x01 | (2 << 1);
+    Above = PortOnBus(Machine, Upstream->Segment, Upstream->SecondaryBus, QOR_RIG_PCIE_PORT_TYPE_SWITCH_DOWNSTREAM);
+  }
+}
+
+// The IIO topology: one entry per root port, numbered within its socket
+// from 1 (port 0 of a socket is its link to the PCH), ended by 0xFFFF.
+VOID BuildIioTopology(CONST QOR_RIG_MACHINE *Machine, UINT8 *Block) {
+  QOR_IIO_TOPOLOGY_ENTRY *Table = (QOR_IIO_TOPOLOGY_ENTRY *)(Block + QOR_SYSINFO_IIO_TOPOLOGY_OFFSET);
+  UINT32 NextPort[256];
+  QorZeroMem(NextPort, sizeof(NextPort));
+  UINTN Count = 0;
+  for (UINTN I = 0; I < Machine->PciCount && Count + 1 < QOR_SYSINFO_IIO_TOPOLOGY_MAX; I++) {
+    CONST QOR_RIG_PCI_FUNCTION *F = &Machine->Pci[I];
+    if (!IsRootPort(F)) continue;
+    UINT32 Socket = SocketOfBus(F->Segment, F->Bus);
+    UINT32 Port = ++NextPort[Socket];
+    if (Port >= QOR_IIO_PORTS_PER_SOCKET) continue;
+    QOR_IIO_TOPOLOGY_ENTRY *Entry = &Table[Count++];
+    Entry->PortIndex = (UINT16)(Socket * QOR_IIO_PORTS_PER_SOCKET + Port);
+    Entry->Present = 1;
+    Entry->Slot = F->PhysicalSlot == QOR_RIG_NO_SLOT ? 0xFF : (UINT8)F->PhysicalSlot;
+    Entry->PortKind = QOR_RIG_IIO_PORT_KIND;
+    Entry->Segment = (UINT8)F->Segment;
+    Entry->Bus = F->Bus;
+    Entry->Function = F->Function;
+    Entry->Device = F->Device;
+    Entry->LastBus = F->SubordinateBus;
+    SwitchLevels(Machine, F, Entry->SwitchLevel);
+  }
+  Table[Count].PortIndex = QOR_IIO_PORT_INDEX_END;
+  Block[QOR_SYSINFO_IIO_TOPOLOGY_COUNT_OFFSET] = (UINT8)(Count + 1);
 }
 
 VOID BuildSataEntries(CONST QOR_RIG_MACHINE *Machine, UINT8 *Block) {
@@ -82,6 +152,7 @@ EFI_STATUS BuildSystemInformation(CONST QOR_RIG_MACHINE *Machine) {
                            QOR_SYSINFO_STEPPING_TEXT_MAX_CHARS * sizeof(CHAR16), "%X",
                            Machine->CpuidSignature & 0xF);
   BuildStackTable(Machine, Block);
+  BuildIioTopology(Machine, Block);
   BuildSataEntries(Machine, Block);
   gSystemInformation.DataBlock = Block;
   return EFI_SUCCESS;

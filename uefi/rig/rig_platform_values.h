@@ -41,6 +41,10 @@
 #define QOR_RIG_DIMM_CERTIFICATION 1
 #define QOR_RIG_DDR_VOLTAGE 1
 
+// IIO topology: kind of every root port (neither a PCH port, 2, nor the
+// kind without switch levels, 3: the switch-level rules apply).
+#define QOR_RIG_IIO_PORT_KIND 1
+
 // IIO port HOB: bifurcation code of every stack (0 shows letter A only).
 #define QOR_RIG_IIO_BIFURCATION 0
 
