@@ -149,6 +149,10 @@ write_machine() {
     {"id": "e1000e", "vendorId": 32902, "deviceId": 4307, "slot": 5, "socket": 1, "rootPortBus": 128,
      "mac": "$e1000e_mac"}
   ],
+  "rootPorts": [
+    {"bus": 16, "socket": 0, "slot": 251}, {"bus": 32, "socket": 0, "slot": 2},
+    {"bus": 128, "socket": 1, "slot": 5}, {"bus": 160, "socket": 1, "slot": 6}
+  ],
   "sata": [{"port": 0, "model": "$sata_model", "serial": "$sata_serial", "solidState": true}]
 }
 EOF

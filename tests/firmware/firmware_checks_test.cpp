@@ -9,6 +9,8 @@
 
 #include <cstdio>
 #include <cstring>
+#include <map>
+#include <set>
 #include <regex>
 #include <string>
 #include <vector>
@@ -308,14 +310,64 @@ TEST_F(Inventory, PcieDeviceListsQemusDevicesWithTheirSlots) {
   }
 }
 
-TEST_F(Inventory, PcieTopologyCountsEveryPciFunction) {
+// Every object of the tree, depth first.
+void Flatten(const rapidjson::Value &Nodes, std::vector<const rapidjson::Value *> *Out) {
+  for (const auto &Node : Nodes.GetArray()) {
+    Out->push_back(&Node);
+    if (Node.HasMember("ChildDevice")) Flatten(Node["ChildDevice"], Out);
+  }
+}
+
+TEST_F(Inventory, PcieTopologyPlacesEveryFunctionUnderItsRootPort) {
   std::string Pending = PendingReason(Boot->Log, kPcieTopology);
   if (!Pending.empty()) GTEST_SKIP() << Pending;
   const rapidjson::Value &Topology = Section("PcieTopology");
   ASSERT_TRUE(Topology.IsObject() && Topology.HasMember("Count"));
   // "Count" is the number of PCI I/O handles, which the rig counted too.
   EXPECT_EQ(Topology["Count"].GetUint64(), Boot->Report["machine"]["pciFunctions"].GetUint64());
-  EXPECT_GT(Topology["PciTree"].Size(), 0u);
+  std::vector<const rapidjson::Value *> Nodes;
+  Flatten(Topology["PciTree"], &Nodes);
+  EXPECT_EQ(Nodes.size(), Topology["Count"].GetUint64()) << "every function appears once in the tree";
+  for (const auto &Port : (*Machine)["rootPorts"].GetArray()) {
+    SCOPED_TRACE("root port on bus " + std::to_string(Port["bus"].GetUint()));
+    const rapidjson::Value *Found = nullptr;
+    for (const rapidjson::Value *Node : Nodes) {
+      if ((*Node)["Bus"].GetString() == HexText(Port["bus"].GetUint()) && std::string((*Node)["Device"].GetString()) == "0x0") {
+        Found = Node;
+      }
+    }
+    ASSERT_NE(Found, nullptr);
+    EXPECT_TRUE(Found->HasMember("RootPortIndex")) << "the IIO topology table names it as a root port";
+    EXPECT_EQ((*Found)["Socket"].GetString(), HexText(Port["socket"].GetUint()));
+    ASSERT_TRUE(Found->HasMember("Slot Capability Register"));
+    EXPECT_EQ(std::stoull((*Found)["Slot Capability Register"].GetString(), nullptr, 16) >> 19, Port["slot"].GetUint());
+    // Everything below a root port is its child, grandchild...
+    if (Port["slot"].GetUint() != 6) EXPECT_TRUE(Found->HasMember("ChildDevice"));
+  }
+}
+
+TEST_F(Inventory, PcieResourceDescribesTheSlotOfEachQemuDevice) {
+  std::string Pending = PendingReason(Boot->Log, kPcieResource);
+  if (!Pending.empty()) GTEST_SKIP() << Pending;
+  const rapidjson::Value &Resource = Section("PcieResource");
+  ASSERT_TRUE(Resource.IsObject() && Resource.HasMember("PCIMemIoResources"));
+  // Slot descriptions of the endpoints, by their ids: the root port's slot
+  // number from the IIO topology, or the downstream port's below a switch.
+  std::map<std::string, std::set<std::string>> Seen, Expected;
+  for (const auto &Device : (*Machine)["devices"].GetArray()) {
+    std::string Ids = HexText(Device["vendorId"].GetUint64()) + ":" + HexText(Device["deviceId"].GetUint64());
+    Expected[Ids].insert(HexText(Device["slot"].GetUint64()));
+    Seen[Ids];
+  }
+  for (const auto &Range : Resource["PCIMemIoResources"].GetArray()) {
+    const auto &Detail = Range["ResourceDetail"];
+    std::string Ids = std::string(Detail["VendorID"].GetString()) + ":" + Detail["DeviceID"].GetString();
+    if (Expected.count(Ids) == 0) continue;
+    ASSERT_TRUE(Detail.HasMember("SlotDesc")) << Ids;
+    Seen[Ids].insert(Detail["SlotDesc"].GetString());
+    EXPECT_STREQ(Detail["SubDevSlotDesc"].GetString(), "NoSlot:This is endpoint device.");
+  }
+  EXPECT_EQ(Seen, Expected);
 }
 
 TEST_F(Inventory, PcieResourceShowsTheHostBridgesMmcfgWindow) {
