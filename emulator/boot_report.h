@@ -30,6 +30,11 @@ std::string VariablesJson(const std::vector<Variable> &Variables);
 void WriteBootOutputs(const std::string &Directory, const Board &Board, const BootResult &Result, int BootNumber);
 
 uint32_t Crc32Of(const std::vector<uint8_t> &Bytes);
+// Texts of the report: a status by its name (hex when it has none), bytes
+// in upper-case hex, a reset type ("cold", "warm", "shutdown"...).
+std::string StatusText(EFI_STATUS Status);
+std::string BytesHex(const std::vector<uint8_t> &Bytes);
+const char *ResetTypeName(EFI_RESET_TYPE Type);
 
 }  // namespace qor::emu
 

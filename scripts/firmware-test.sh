@@ -116,7 +116,9 @@ boot_machine() {
   rm -f "$run/channel.bin" "$run/console.log"
   local start end status=0
   start=$(date +%s%N)
-  timeout 600 "$qemu" -machine q35,accel=tcg -m "$memory_mib" -smp "sockets=$sockets,cores=$cores,threads=1" \
+  # A crash stops the guest for good (the firmware's exception handler
+  # loops with interrupts off): the timeout ends such a boot.
+  timeout 300 "$qemu" -machine q35,accel=tcg -m "$memory_mib" -smp "sockets=$sockets,cores=$cores,threads=1" \
     -display none -no-user-config -nodefaults -no-reboot \
     -drive "if=pflash,format=raw,unit=0,readonly=on,file=$ovmf_code" \
     -drive "if=pflash,format=raw,unit=1,file=$vars" \
@@ -174,6 +176,10 @@ run_scenario() {
     "$build_dir/qor-rig-capture" "$run/channel.bin" "$run" --wall-seconds "$(cat "$run/wall-seconds")" ||
       capture_status=$?
     echo "  boot $boot: $(cat "$run/wall-seconds") s wall time"
+    if ((capture_status == 1)); then
+      echo "  the firmware console's last lines ($run/console.log):"
+      tail -c 2000 "$run/console.log" | tr -d '\033' | tail -n 15 | sed 's/^/    /'
+    fi
     ((capture_status == 2)) || break
     boot=$((boot + 1))
   done

@@ -11,7 +11,6 @@
 
 #include "emulator/board_json.h"
 #include "emulator/boot_report.h"
-#include "platform/print_lib.h"
 #include "uefi/rig/rig_channel.h"
 
 namespace qor::rig {
@@ -45,33 +44,6 @@ std::string StoredName(const std::vector<T> &Earlier, const std::string &Name) {
   std::string Stem = Dot == std::string::npos ? Safe : Safe.substr(0, Dot);
   std::string Extension = Dot == std::string::npos ? "" : Safe.substr(Dot);
   return Stem + "." + std::to_string(Count + 1) + Extension;
-}
-
-std::string StatusText(uint64_t Status) {
-  const char *Text = QorStatusText(Status);
-  if (Text != nullptr) return Text;
-  char Hex[24];
-  std::snprintf(Hex, sizeof(Hex), "0x%llX", static_cast<unsigned long long>(Status));
-  return Hex;
-}
-
-std::string HexBytes(const std::vector<uint8_t> &Bytes) {
-  std::string Out;
-  char Pair[3];
-  for (uint8_t Byte : Bytes) {
-    std::snprintf(Pair, sizeof(Pair), "%02X", Byte);
-    Out += Pair;
-  }
-  return Out;
-}
-
-const char *ResetTypeName(uint32_t Type) {
-  switch (Type) {
-    case 0: return "cold";
-    case 1: return "warm";
-    case 2: return "shutdown";
-    default: return "platformSpecific";
-  }
 }
 
 void Str(Writer &W, const std::string &Text) { W.String(Text.c_str(), static_cast<rapidjson::SizeType>(Text.size())); }
@@ -247,9 +219,9 @@ std::string RigBootReportJson(const RigBoot &Boot, const DecodedChannel &Channel
   } else {
     W.StartObject();
     W.Key("type");
-    Str(W, ResetTypeName(Boot.Reset->Type));
+    Str(W, emu::ResetTypeName(static_cast<EFI_RESET_TYPE>(Boot.Reset->Type)));
     W.Key("status");
-    Str(W, StatusText(Boot.Reset->Status));
+    Str(W, emu::StatusText(Boot.Reset->Status));
     W.Key("by");
     Str(W, Boot.Reset->By);
     W.EndObject();
@@ -266,9 +238,9 @@ std::string RigBootReportJson(const RigBoot &Boot, const DecodedChannel &Channel
     W.Key("attributes");
     W.Uint(Write.Attributes);
     W.Key("data");
-    Str(W, HexBytes(Write.Data));
+    Str(W, emu::BytesHex(Write.Data));
     W.Key("status");
-    Str(W, StatusText(Write.Status));
+    Str(W, emu::StatusText(Write.Status));
     W.EndObject();
   }
   W.EndArray();

@@ -3,6 +3,7 @@
 // protocol (files go to the host as they would go to the BMC) and the debug
 // print service (each line goes to the host with its level).
 #include "platform/base_lib.h"
+#include "platform/cpu_access.h"
 #include "platform/guids.h"
 #include "platform/print_lib.h"
 #include "platform/uefi_lib.h"
@@ -52,7 +53,7 @@ QOR_JSON_PROTOCOL gJsonProtocol;
 UINT64 gInventoryUploadTsc = 0;
 
 EFI_STATUS EFIAPI SendFile(CONST CHAR8 *FileName, UINTN Reserved, UINT32 DataSize, VOID *Data) {
-  UINT64 Now = QorRigReadTsc();
+  UINT64 Now = QorReadTsc();
   if (FileName == nullptr || (Data == nullptr && DataSize != 0)) return EFI_INVALID_PARAMETER;
   if (gInventoryUploadTsc == 0 && QorAsciiStrCmp(FileName, "push_BiosBeforeBoot.json") == 0) {
     gInventoryUploadTsc = Now;
@@ -63,11 +64,6 @@ EFI_STATUS EFIAPI SendFile(CONST CHAR8 *FileName, UINTN Reserved, UINT32 DataSiz
 
 QOR_QUICK_TRANS_PROTOCOL gQuickTransProtocol;
 
-EFI_STATUS InstallOnNewHandle(CONST EFI_GUID *Guid, VOID *Interface) {
-  EFI_HANDLE Handle = nullptr;
-  return gBS->InstallProtocolInterface(&Handle, (EFI_GUID *)Guid, EFI_NATIVE_INTERFACE, Interface);
-}
-
 }  // namespace
 
 UINT64 QorRigInventoryUploadTsc(VOID) { return gInventoryUploadTsc; }
@@ -76,8 +72,8 @@ EFI_STATUS QorRigInstallBmcServices(VOID) {
   gJsonProtocol.PrettyPrint = JsonPrettyPrint;
   gJsonProtocol.Validate = JsonValidate;
   gQuickTransProtocol.SendFile = SendFile;
-  EFI_STATUS Status = InstallOnNewHandle(&gQorDebugPrintServiceGuid, &gDebugPrintService);
-  if (!EFI_ERROR(Status)) Status = InstallOnNewHandle(&gQorJsonProtocolGuid, &gJsonProtocol);
-  if (!EFI_ERROR(Status)) Status = InstallOnNewHandle(&gQorQuickTransProtocolGuid, &gQuickTransProtocol);
+  EFI_STATUS Status = QorRigInstallOnNewHandle(&gQorDebugPrintServiceGuid, &gDebugPrintService);
+  if (!EFI_ERROR(Status)) Status = QorRigInstallOnNewHandle(&gQorJsonProtocolGuid, &gJsonProtocol);
+  if (!EFI_ERROR(Status)) Status = QorRigInstallOnNewHandle(&gQorQuickTransProtocolGuid, &gQuickTransProtocol);
   return Status;
 }

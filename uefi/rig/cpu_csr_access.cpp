@@ -75,7 +75,5 @@ QOR_CPU_CSR_ACCESS_PROTOCOL gCpuCsrAccess;
 
 EFI_STATUS QorRigInstallCpuCsrAccess(VOID) {
   gCpuCsrAccess.ReadCpuCsr = ReadCpuCsr;
-  EFI_HANDLE Handle = nullptr;
-  return gBS->InstallProtocolInterface(&Handle, (EFI_GUID *)&gQorCpuCsrAccessProtocolGuid, EFI_NATIVE_INTERFACE,
-                                       &gCpuCsrAccess);
+  return QorRigInstallOnNewHandle(&gQorCpuCsrAccessProtocolGuid, &gCpuCsrAccess);
 }

@@ -3,6 +3,7 @@
 // host's OEM strings (SMBIOS), SATA drives (disk information). Everything
 // the rig supplies to the driver is derived from this survey.
 #include "platform/base_lib.h"
+#include "platform/device_path_lib.h"
 #include "platform/guids.h"
 #include "platform/pci_io.h"
 #include "platform/smbios.h"
@@ -172,14 +173,12 @@ VOID IdentifyText(CONST UINT16 *Words, UINTN FirstWord, UINTN WordCount, CHAR8 *
 BOOLEAN SataPort(EFI_HANDLE Handle, UINT8 *Port) {
   EFI_DEVICE_PATH_PROTOCOL *Node = nullptr;
   if (EFI_ERROR(gBS->HandleProtocol(Handle, (EFI_GUID *)&gEfiDevicePathProtocolGuid, (VOID **)&Node))) return FALSE;
-  for (UINTN Guard = 0; Guard < 64 && Node->Type != END_DEVICE_PATH_TYPE; Guard++) {
-    UINT16 Length = (UINT16)(Node->Length[0] | Node->Length[1] << 8);
-    if (Length < sizeof(EFI_DEVICE_PATH_PROTOCOL)) return FALSE;
-    if (Node->Type == MESSAGING_DEVICE_PATH && Node->SubType == MSG_SATA_DP) {
+  for (; !QorIsDevicePathEnd(Node); Node = QorNextDevicePathNode(Node)) {
+    if (Node->Type == MESSAGING_DEVICE_PATH && Node->SubType == MSG_SATA_DP &&
+        QorDevicePathNodeLength(Node) >= sizeof(SATA_DEVICE_PATH)) {
       *Port = (UINT8)((SATA_DEVICE_PATH *)Node)->HBAPortNumber;
       return TRUE;
     }
-    Node = (EFI_DEVICE_PATH_PROTOCOL *)((UINT8 *)Node + Length);
   }
   return FALSE;
 }

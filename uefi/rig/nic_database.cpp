@@ -6,7 +6,7 @@
 // the 82574-family controller QEMU emulates as e1000e, from the receive
 // address registers of its first memory BAR.
 #include "platform/base_lib.h"
-#include "platform/device_path.h"
+#include "platform/device_path_lib.h"
 #include "platform/guids.h"
 #include "platform/memory_lib.h"
 #include "platform/nic_db.h"
@@ -32,19 +32,10 @@ UINTN gCardCount = 0;
 CONST EFI_GUID kSimpleNetworkGuid = {0xA19832B9, 0xAC25, 0x11D3, {0x9A, 0x2D, 0x00, 0x90, 0x27, 0x3F, 0xC1, 0x4D}};
 constexpr UINT64 kAttributeMemory = 0x0002;  // EFI_PCI_IO_ATTRIBUTE_MEMORY
 
-UINTN NodeLength(CONST EFI_DEVICE_PATH_PROTOCOL *Node) { return (UINTN)(Node->Length[0] | Node->Length[1] << 8); }
-
-// Bytes of a device path before its end node (0 for a malformed path).
+// Bytes of a device path before its end node.
 UINTN PathBytes(CONST EFI_DEVICE_PATH_PROTOCOL *Path) {
-  UINTN Bytes = 0;
-  for (UINTN Guard = 0; Guard < 64; Guard++) {
-    if (Path->Type == END_DEVICE_PATH_TYPE) return Bytes;
-    UINTN Length = NodeLength(Path);
-    if (Length < sizeof(EFI_DEVICE_PATH_PROTOCOL)) return 0;
-    Bytes += Length;
-    Path = (CONST EFI_DEVICE_PATH_PROTOCOL *)((CONST UINT8 *)Path + Length);
-  }
-  return 0;
+  UINTN Size = QorGetDevicePathSize(Path);
+  return Size > sizeof(EFI_DEVICE_PATH_PROTOCOL) ? Size - sizeof(EFI_DEVICE_PATH_PROTOCOL) : 0;
 }
 
 // The MAC of a network driver's child handle below the function's path.
@@ -148,6 +139,5 @@ EFI_STATUS QorRigInstallNicDatabase(CONST QOR_RIG_MACHINE *Machine) {
     AddCard(Machine, F, Slot);
   }
   gNicDb.GetNicEntry = GetNicEntry;
-  EFI_HANDLE Handle = nullptr;
-  return gBS->InstallProtocolInterface(&Handle, (EFI_GUID *)&gQorNicDbProtocolGuid, EFI_NATIVE_INTERFACE, &gNicDb);
+  return QorRigInstallOnNewHandle(&gQorNicDbProtocolGuid, &gNicDb);
 }

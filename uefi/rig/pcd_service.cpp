@@ -174,8 +174,7 @@ EFI_STATUS InstallInFront(CONST EFI_GUID *Guid, VOID *Ours, VOID **Original) {
     EFI_STATUS Status = gBS->UninstallProtocolInterface(FirmwareHandle, (EFI_GUID *)Guid, *Original);
     if (EFI_ERROR(Status)) return Status;
   }
-  EFI_HANDLE OurHandle = nullptr;
-  EFI_STATUS Status = gBS->InstallProtocolInterface(&OurHandle, (EFI_GUID *)Guid, EFI_NATIVE_INTERFACE, Ours);
+  EFI_STATUS Status = QorRigInstallOnNewHandle(Guid, Ours);
   if (*Original != nullptr) {
     // The firmware's handle may have gone with its last protocol.
     EFI_STATUS Back = gBS->InstallProtocolInterface(&FirmwareHandle, (EFI_GUID *)Guid, EFI_NATIVE_INTERFACE, *Original);

@@ -206,11 +206,6 @@ EFI_STATUS EFIAPI SpiReadId(QOR_SPI_PROTOCOL *This, UINTN Selector, UINTN Size, 
 }
 QOR_SPI_PROTOCOL gSpi;
 
-EFI_STATUS InstallOnNewHandle(CONST EFI_GUID *Guid, VOID *Interface) {
-  EFI_HANDLE Handle = nullptr;
-  return gBS->InstallProtocolInterface(&Handle, (EFI_GUID *)Guid, EFI_NATIVE_INTERFACE, Interface);
-}
-
 }  // namespace
 
 EFI_STATUS QorRigInstallPlatformData(CONST QOR_RIG_MACHINE *Machine) {
@@ -236,7 +231,7 @@ EFI_STATUS QorRigInstallPlatformData(CONST QOR_RIG_MACHINE *Machine) {
       {&gQorSpiProtocolGuid, &gSpi},
   };
   for (auto &Install : Installs) {
-    Status = InstallOnNewHandle(Install.Guid, Install.Interface);
+    Status = QorRigInstallOnNewHandle(Install.Guid, Install.Interface);
     if (EFI_ERROR(Status)) return Status;
   }
   return EFI_SUCCESS;

@@ -98,8 +98,9 @@ VOID QorRigReportPoolUse(VOID);
 // Powers the machine off (not reported as a reset).
 VOID QorRigShutdown(VOID);
 
-// Time stamps (TSC) the rig reports.
-UINT64 QorRigReadTsc(VOID);
+// Installs Interface on a new handle.
+EFI_STATUS QorRigInstallOnNewHandle(CONST EFI_GUID *Guid, VOID *Interface);
+
 // TSC of the driver's first send of the inventory document (0 until then).
 UINT64 QorRigInventoryUploadTsc(VOID);
 

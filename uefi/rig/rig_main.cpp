@@ -2,6 +2,8 @@
 // start the driver, install the triggers in the boot's order (fill trigger,
 // a second SMM ready-to-lock, late trigger), report, shut down.
 #include "platform/base_lib.h"
+#include "platform/cpu_access.h"
+#include "platform/device_path_lib.h"
 #include "platform/guids.h"
 #include "platform/memory_lib.h"
 #include "platform/uefi_lib.h"
@@ -14,13 +16,11 @@ namespace {
 
 CONST EFI_GUID kLoadedImageGuid = QOR_LOADED_IMAGE_PROTOCOL_GUID;
 CONST CHAR16 kDriverFileName[] = u"\\QorUploadDataDxe.efi";
-constexpr UINTN kMaxPathNodes = 64;
+constexpr UINTN kWatchdogSeconds = 240;
 
 QOR_RIG_CONFIG gConfig;
 QOR_RIG_MACHINE gMachine;  // large: kept out of the stack
 UINT8 gTriggerInterface;
-
-UINTN NodeLength(CONST EFI_DEVICE_PATH_PROTOCOL *Node) { return (UINTN)(Node->Length[0] | Node->Length[1] << 8); }
 
 // The device's path followed by a file path node for Name.
 EFI_DEVICE_PATH_PROTOCOL *FilePathOnDevice(EFI_HANDLE Device, CONST CHAR16 *Name) {
@@ -28,13 +28,9 @@ EFI_DEVICE_PATH_PROTOCOL *FilePathOnDevice(EFI_HANDLE Device, CONST CHAR16 *Name
   if (EFI_ERROR(gBS->HandleProtocol(Device, (EFI_GUID *)&gEfiDevicePathProtocolGuid, (VOID **)&DevicePath))) {
     return nullptr;
   }
-  UINTN Prefix = 0;
-  CONST EFI_DEVICE_PATH_PROTOCOL *Node = DevicePath;
-  for (UINTN I = 0; Node->Type != END_DEVICE_PATH_TYPE; I++) {
-    if (I == kMaxPathNodes || NodeLength(Node) < sizeof(EFI_DEVICE_PATH_PROTOCOL)) return nullptr;
-    Prefix += NodeLength(Node);
-    Node = (CONST EFI_DEVICE_PATH_PROTOCOL *)((CONST UINT8 *)Node + NodeLength(Node));
-  }
+  UINTN Size = QorGetDevicePathSize(DevicePath);
+  if (Size < sizeof(EFI_DEVICE_PATH_PROTOCOL)) return nullptr;
+  UINTN Prefix = Size - sizeof(EFI_DEVICE_PATH_PROTOCOL);
   UINTN NameBytes = (QorStrLen(Name) + 1) * sizeof(CHAR16);
   UINTN FileNode = sizeof(EFI_DEVICE_PATH_PROTOCOL) + NameBytes;
   UINT8 *Path = (UINT8 *)QorAllocateZeroPool(Prefix + FileNode + sizeof(EFI_DEVICE_PATH_PROTOCOL));
@@ -74,11 +70,10 @@ EFI_STATUS LoadDriver(EFI_HANDLE LoaderImage, EFI_HANDLE *Driver) {
 // Installs one trigger on a new handle and reports the time its notify
 // functions took (they all run before the installation returns).
 VOID InstallTrigger(CONST CHAR8 *Name, CONST EFI_GUID *Guid, UINT64 *Started) {
-  EFI_HANDLE Handle = nullptr;
-  UINT64 Start = QorRigReadTsc();
+  UINT64 Start = QorReadTsc();
   if (*Started == 0) *Started = Start;
-  EFI_STATUS Status = gBS->InstallProtocolInterface(&Handle, (EFI_GUID *)Guid, EFI_NATIVE_INTERFACE, &gTriggerInterface);
-  UINT64 Ticks = QorRigReadTsc() - Start;
+  EFI_STATUS Status = QorRigInstallOnNewHandle(Guid, &gTriggerInterface);
+  UINT64 Ticks = QorReadTsc() - Start;
   if (EFI_ERROR(Status)) QorRigWarn("installing the %a trigger: %r", Name, Status);
   QorRigReport("trigger", "%a %lu", Name, Ticks);
 }
@@ -100,9 +95,9 @@ VOID ConnectPciControllers() {
 
 // TSC ticks in one millisecond, measured against the firmware's timer.
 UINT64 TicksPerMillisecond() {
-  UINT64 Start = QorRigReadTsc();
+  UINT64 Start = QorReadTsc();
   gBS->Stall(20000);
-  return (QorRigReadTsc() - Start) / 20;
+  return (QorReadTsc() - Start) / 20;
 }
 
 VOID Require(EFI_STATUS Status, CONST CHAR8 *What) {
@@ -111,10 +106,9 @@ VOID Require(EFI_STATUS Status, CONST CHAR8 *What) {
 
 }  // namespace
 
-UINT64 QorRigReadTsc(VOID) {
-  UINT32 Low, High;
-  __asm__ __volatile__("rdtsc" : "=a"(Low), "=d"(High));
-  return (UINT64)High << 32 | Low;
+EFI_STATUS QorRigInstallOnNewHandle(CONST EFI_GUID *Guid, VOID *Interface) {
+  EFI_HANDLE Handle = nullptr;
+  return gBS->InstallProtocolInterface(&Handle, (EFI_GUID *)Guid, EFI_NATIVE_INTERFACE, Interface);
 }
 
 extern "C" EFI_STATUS EFIAPI QorRigEntry(EFI_HANDLE ImageHandle, EFI_SYSTEM_TABLE *SystemTable) {
@@ -122,16 +116,21 @@ extern "C" EFI_STATUS EFIAPI QorRigEntry(EFI_HANDLE ImageHandle, EFI_SYSTEM_TABL
   gST = SystemTable;
   gBS = SystemTable->BootServices;
   gRT = SystemTable->RuntimeServices;
-  gBS->SetWatchdogTimer(0, 0, 0, nullptr);  // the boot manager's watchdog would cut a slow run short
-  UINT64 ConnectStart = QorRigReadTsc();
+  // The boot manager's 5-minute watchdog would cut a slow emulated run
+  // short; the rig sets its own once the machine is surveyed.
+  gBS->SetWatchdogTimer(0, 0, 0, nullptr);
+  UINT64 ConnectStart = QorReadTsc();
   ConnectPciControllers();
-  UINT64 ConnectTicks = QorRigReadTsc() - ConnectStart;
+  UINT64 ConnectTicks = QorReadTsc() - ConnectStart;
   // After connecting: a reconnected terminal would take the port back.
   BOOLEAN Claimed = QorRigChannelClaim();
   QorRigChannelInit();
   QorRigSendBytes(QOR_RIG_FRAME_START, "", QOR_RIG_VERSION, QorAsciiStrLen(QOR_RIG_VERSION));
   QorRigReport("connectTicks", "%lu", ConnectTicks);
 
+  // A driver that hangs in boot services resets the machine (and QEMU,
+  // started with -no-reboot, ends) instead of holding the run.
+  gBS->SetWatchdogTimer(kWatchdogSeconds, 0, 0, nullptr);
   if (!Claimed) QorRigWarn("the firmware's console may still write to the channel's serial port");
   QorRigReadConfig(&gConfig);
   QorRigSurveyMachine(&gMachine);
@@ -158,10 +157,10 @@ extern "C" EFI_STATUS EFIAPI QorRigEntry(EFI_HANDLE ImageHandle, EFI_SYSTEM_TABL
     QorRigWarn("loading QorUploadDataDxe.efi: %r", Status);
   } else {
     Require(QorRigMeterServices(), "service meter");
-    UINT64 EntryStart = QorRigReadTsc();
+    UINT64 EntryStart = QorReadTsc();
     Status = gBS->StartImage(Driver, nullptr, nullptr);
     QorRigReport("entryStatus", "%r", Status);
-    QorRigReport("entryTicks", "%lu", QorRigReadTsc() - EntryStart);
+    QorRigReport("entryTicks", "%lu", QorReadTsc() - EntryStart);
     if (!EFI_ERROR(Status)) {
       UINT64 FirstTrigger = 0;
       InstallTrigger("fill", &gFillTriggerProtocolGuid, &FirstTrigger);

@@ -1,7 +1,7 @@
 #include "uefi/rig/serial_channel.h"
 
 #include "platform/base_lib.h"
-#include "platform/device_path.h"
+#include "platform/device_path_lib.h"
 #include "platform/cpu_access.h"
 #include "platform/guids.h"
 #include "platform/print_lib.h"
@@ -72,14 +72,12 @@ CONST EFI_GUID kSerialIoGuid = {0xBB25CF6F, 0xF1D4, 0x11D2, {0x9A, 0x0C, 0x00, 0
 BOOLEAN IsSecondUart(EFI_HANDLE Handle) {
   CONST EFI_DEVICE_PATH_PROTOCOL *Node = nullptr;
   if (EFI_ERROR(gBS->HandleProtocol(Handle, (EFI_GUID *)&gEfiDevicePathProtocolGuid, (VOID **)&Node))) return FALSE;
-  for (UINTN Guard = 0; Guard < 32 && Node->Type != END_DEVICE_PATH_TYPE; Guard++) {
-    UINTN Length = (UINTN)(Node->Length[0] | Node->Length[1] << 8);
-    if (Length < sizeof(EFI_DEVICE_PATH_PROTOCOL)) return FALSE;
-    if (Node->Type == ACPI_DEVICE_PATH && Node->SubType == ACPI_DP) {
+  for (; !QorIsDevicePathEnd(Node); Node = QorNextDevicePathNode(Node)) {
+    if (Node->Type == ACPI_DEVICE_PATH && Node->SubType == ACPI_DP &&
+        QorDevicePathNodeLength(Node) >= sizeof(ACPI_HID_DEVICE_PATH)) {
       CONST ACPI_HID_DEVICE_PATH *Acpi = (CONST ACPI_HID_DEVICE_PATH *)Node;
       if (Acpi->HID == EISA_PNP_ID(0x0501) && Acpi->UID == 1) return TRUE;
     }
-    Node = (CONST EFI_DEVICE_PATH_PROTOCOL *)((CONST UINT8 *)Node + Length);
   }
   return FALSE;
 }
