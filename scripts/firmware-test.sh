@@ -24,7 +24,7 @@ while (($# > 0)); do
     --build-dir) build_dir=$2; shift 2 ;;
     --no-build) build=0; shift ;;
     --scenario) scenario=$2; shift 2 ;;
-    -h|--help) sed -n '2,13p' "$0" | sed 's/^# \{0,1\}//'; exit 0 ;;
+    -h|--help) sed -n '2,12p' "$0" | sed 's/^# \{0,1\}//'; exit 0 ;;
     *) echo "firmware-test.sh: unknown argument $1" >&2; exit 1 ;;
   esac
 done
