@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 
@@ -22,7 +23,7 @@ const std::vector<std::string> kProtocolNames = {
     "custom",
     "ipmi",
     "iioSys",
-    "smbios", "cpuPower", "pciRootBridgeIo",
+    "smbios", "cpuPower", "pciRootBridgeIo", "pciIo",
 };
 
 bool PcdExKey::operator<(const PcdExKey &Other) const {
@@ -102,7 +103,7 @@ std::vector<uint8_t> ParseMrcData(const JsonField &Mrc) {
   }
   if (auto Results = Mrc.Optional("socketResults")) {
     std::vector<uint8_t> Bytes = ParseMrcSocketResults(*Results);
-    std::memcpy(Data.data() + kMrcPpinCount * 8, Bytes.data(), Bytes.size());
+    if (!Bytes.empty()) std::memcpy(Data.data() + kMrcPpinCount * 8, Bytes.data(), Bytes.size());
   }
   return Data;
 }
@@ -537,10 +538,13 @@ Board ParseOverBase(const std::string &JsonText, bool IsBuiltIn) {
 Board ParseBoard(const std::string &JsonText) { return ParseOverBase(JsonText, false); }
 
 Board LoadBoardFile(const std::string &Path) {
+  std::error_code Error;
+  if (std::filesystem::is_directory(Path, Error)) throw BoardError(Path + ": is a directory, not a board file");
   std::ifstream In(Path, std::ios::binary);
   if (!In) throw BoardError(Path + ": cannot be read");
   std::stringstream Text;
   Text << In.rdbuf();
+  if (In.bad()) throw BoardError(Path + ": cannot be read");
   try {
     return ParseBoard(Text.str());
   } catch (const BoardError &Error) {

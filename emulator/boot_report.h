@@ -35,6 +35,9 @@ uint32_t Crc32Of(const std::vector<uint8_t> &Bytes);
 std::string StatusText(EFI_STATUS Status);
 std::string BytesHex(const std::vector<uint8_t> &Bytes);
 const char *ResetTypeName(EFI_RESET_TYPE Type);
+// Text as valid UTF-8 (a byte that starts no well-formed sequence becomes
+// U+FFFD), so a report stays valid JSON whatever the firmware printed.
+std::string ValidUtf8(const std::string &Text);
 
 }  // namespace qor::emu
 

@@ -46,7 +46,11 @@ std::string StoredName(const std::vector<T> &Earlier, const std::string &Name) {
   return Stem + "." + std::to_string(Count + 1) + Extension;
 }
 
-void Str(Writer &W, const std::string &Text) { W.String(Text.c_str(), static_cast<rapidjson::SizeType>(Text.size())); }
+// Texts from the guest (log lines, names) may hold any bytes.
+void Str(Writer &W, const std::string &Text) {
+  const std::string Valid = emu::ValidUtf8(Text);
+  W.String(Valid.c_str(), static_cast<rapidjson::SizeType>(Valid.size()));
+}
 
 // A measurement as a number when it is one, else as its text.
 void Measurement(Writer &W, const std::string &Text) {
