@@ -18,22 +18,12 @@ const std::vector<std::string> kSectionNames = {
     "OnBoardSataInfo", "PcieDevice", "PcieTopology", "MiscInfo", "PcieResource", "MemoryMap", "IioInfo",
 };
 
-namespace {
-
-using Writer = rapidjson::PrettyWriter<rapidjson::StringBuffer>;
-
 std::string StatusText(EFI_STATUS Status) {
   const char *Text = QorStatusText(Status);
   if (Text != nullptr) return Text;
   char Hex[24];
   std::snprintf(Hex, sizeof(Hex), "0x%llX", static_cast<unsigned long long>(Status));
   return Hex;
-}
-
-std::string Hex(uint64_t Value, int Digits) {
-  char Text[24];
-  std::snprintf(Text, sizeof(Text), "0x%0*llX", Digits, static_cast<unsigned long long>(Value));
-  return Text;
 }
 
 std::string BytesHex(const std::vector<uint8_t> &Bytes) {
@@ -83,6 +73,16 @@ std::string ValidUtf8(const std::string &Text) {
     }
   }
   return Out;
+}
+
+namespace {
+
+using Writer = rapidjson::PrettyWriter<rapidjson::StringBuffer>;
+
+std::string Hex(uint64_t Value, int Digits) {
+  char Text[24];
+  std::snprintf(Text, sizeof(Text), "0x%0*llX", Digits, static_cast<unsigned long long>(Value));
+  return Text;
 }
 
 void Key(Writer &W, const char *Name) { W.Key(Name); }
