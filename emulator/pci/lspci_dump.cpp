@@ -136,8 +136,8 @@ std::vector<DumpedFunction> ParseLspciDump(std::string_view Text) {
       Line.remove_suffix(1);
     }
     if (Line.empty()) continue;
-    if (Line[0] == '\t') {
-      // The register decode `lspci -v` prints between header and rows.
+    if (Line[0] == '\t' || Line[0] == ' ') {
+      // The register decode `lspci -v` prints, indented, between header and rows.
       if (!HaveOpen) throw LspciDumpError(LineNumber, "decode line before any function header");
       continue;
     }

@@ -36,8 +36,9 @@ class LspciDumpError : public std::runtime_error {
 };
 
 // Parses a dump, functions in file order. Blank lines, trailing white space
-// (CR included) and the tab-indented decode lines of `lspci -v -xxxx` are
-// skipped; any other line is refused. Throws LspciDumpError.
+// (CR included) and the indented decode lines of `lspci -v -xxxx` (tabs, or
+// spaces where a tool replaced them) are skipped; any other line is refused.
+// Throws LspciDumpError.
 std::vector<DumpedFunction> ParseLspciDump(std::string_view Text);
 
 // The dump `lspci -n -xxxx` prints for these functions: sorted by location,

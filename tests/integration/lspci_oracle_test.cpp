@@ -3,6 +3,7 @@
 // byte what `lspci -F DUMP -n -xxxx` prints from the same file.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -11,6 +12,7 @@
 #include <vector>
 
 #include "emulator/pci/lspci_dump.h"
+#include "emulator/pci/lspci_import.h"
 
 namespace {
 
@@ -50,7 +52,36 @@ TEST_P(LspciOracle, WriterPrintsWhatLspciPrintsFromTheSameDump) {
 INSTANTIATE_TEST_SUITE_P(RealMachines, LspciOracle,
                          testing::Values("tree-asus-p6t6", "tree-fujitsu-p8010", "broken-ecaps",
                                          "PCI-X-bridges-and-domains", "cap-exp-rev-slot", "cap-exp-lnkcap2",
-                                         "cap-ptm-1", "cap-aer-root", "cap-ht"));
+                                         "cap-ptm-1", "cap-aer-root", "cap-ht", "cap-dvsec-cxl"));
+
+// The tree built from a dump follows the bridges as lspci decodes them:
+// `lspci -PP` prints each function with the path of bridges above it.
+TEST(LspciTreeOracle, ImportedParentsAreTheBridgesLspciShows) {
+  if (!HaveLspci()) GTEST_SKIP() << "lspci is not installed (Debian package pciutils)";
+  for (const char *Name : {"tree-asus-p6t6", "tree-fujitsu-p8010", "PCI-X-bridges-and-domains", "cap-exp-lnkcap2"}) {
+    std::string Path = kDumps + Name;
+    std::vector<qor::emu::DumpedFunction> Dumped = qor::emu::ParseLspciDump(ReadFile(Path));
+    qor::emu::ImportedMachine Machine = qor::emu::ImportLspciMachine(Dumped);
+    bool WithDomain = false;
+    for (const auto &F : Dumped) WithDomain = WithDomain || F.Segment != 0;
+    std::vector<std::string> Built;
+    for (const qor::emu::ImportedFunction &F : Machine.Functions) {
+      std::vector<const qor::emu::DumpedFunction *> Chain{&F.Dumped};
+      for (int P = F.Parent; P >= 0; P = Machine.Functions[static_cast<size_t>(P)].Parent) {
+        Chain.insert(Chain.begin(), &Machine.Functions[static_cast<size_t>(P)].Dumped);
+      }
+      std::string Text;
+      for (const auto *Step : Chain) Text += (Text.empty() ? "" : "/") + qor::emu::LspciLocationText(*Step, WithDomain && Text.empty());
+      Built.push_back(Text);
+    }
+    std::vector<std::string> Shown;
+    std::istringstream Lines(RunCommand("lspci -F '" + Path + "' -PP 2>/dev/null"));
+    for (std::string Line; std::getline(Lines, Line);) Shown.push_back(Line.substr(0, Line.find(' ')));
+    std::sort(Built.begin(), Built.end());
+    std::sort(Shown.begin(), Shown.end());
+    EXPECT_EQ(Built, Shown) << Name;
+  }
+}
 
 // The export's size rule (4096 bytes with a PCI Express capability, 256
 // without) picks the size the operating system read on these machines.

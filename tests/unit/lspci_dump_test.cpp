@@ -83,6 +83,7 @@ TEST(LspciDumpParse, ToleratesBlankLinesTrailingSpaceCrLfUpperCaseAndVerboseDeco
   std::string Text = "\n\n00:02.0 VGA compatible controller: X   \r\n"
                      "\tControl: I/O+ Mem+ BusMaster+\n"
                      "\t\tDevCap:\tMaxPayload 128 bytes\n"
+                     "        Physical Slot: 3\n"
                      "\n" + Crlf + "\n\n";
   std::vector<DumpedFunction> Functions = ParseLspciDump(Text);
   ASSERT_EQ(Functions.size(), 1u);
