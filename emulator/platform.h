@@ -15,7 +15,7 @@
 #include "emulator/firmware.h"
 #include "emulator/io_ports.h"
 #include "emulator/pci_model.h"
-#include "emulator/pci_root_bridge_io.h"
+#include "emulator/pci/pci_root_bridge_io.h"
 #include "emulator/smbios_protocol.h"
 #include "platform/cpu_access.h"
 #include "platform/vendor_protocols.h"

@@ -6,7 +6,7 @@
 
 #include "emulator/board.h"
 #include "emulator/pci_model.h"
-#include "emulator/pci_root_bridge_io.h"
+#include "emulator/pci/pci_root_bridge_io.h"
 #include "emulator/smbios_protocol.h"
 #include "emulator/smbios_table.h"
 

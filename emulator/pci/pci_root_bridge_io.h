@@ -2,8 +2,8 @@
 // Each decodes the buses of its ranges (or every bus of its segment when its
 // Configuration() is unsupported) and reaches configuration space through
 // the machine's PciModel.
-#ifndef QOR_EMULATOR_PCI_ROOT_BRIDGE_IO_H_
-#define QOR_EMULATOR_PCI_ROOT_BRIDGE_IO_H_
+#ifndef QOR_EMULATOR_PCI_PCI_ROOT_BRIDGE_IO_H_
+#define QOR_EMULATOR_PCI_PCI_ROOT_BRIDGE_IO_H_
 
 #include <cstdint>
 #include <vector>
@@ -43,4 +43,4 @@ class PciRootBridgeIo {
 
 }  // namespace qor::emu
 
-#endif  // QOR_EMULATOR_PCI_ROOT_BRIDGE_IO_H_
+#endif  // QOR_EMULATOR_PCI_PCI_ROOT_BRIDGE_IO_H_

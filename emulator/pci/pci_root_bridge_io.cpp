@@ -1,4 +1,4 @@
-#include "emulator/pci_root_bridge_io.h"
+#include "emulator/pci/pci_root_bridge_io.h"
 
 #include <cstring>
 
