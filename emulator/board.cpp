@@ -22,7 +22,7 @@ const std::vector<std::string> kProtocolNames = {
     "custom",
     "ipmi",
     "iioSys",
-    "smbios", "cpuPower", "pciRootBridgeIo",
+    "smbios", "cpuPower", "pciRootBridgeIo", "pciIo",
 };
 
 bool PcdExKey::operator<(const PcdExKey &Other) const {

@@ -14,6 +14,7 @@
 #include "emulator/board_iio_training.h"
 #include "emulator/board_cpu_memory.h"
 #include "emulator/byte_patch.h"
+#include "emulator/pci/board_pci.h"
 #include "emulator/variable_store.h"
 #include "platform/uefi_base.h"
 

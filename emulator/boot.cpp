@@ -71,7 +71,7 @@ BootResult RunBoot(const Board &Board, const std::vector<Variable> *Variables, c
   Result.AllocationsHeldAtEnd = Fw.GetPool().LiveAllocationCount();
   Result.ServiceCalls = Fw.Counters().Calls;
   Result.CpuAccesses = Plat.CpuAccessCount();
-  Result.PciConfigReads = Plat.Pci().ReadCount();
+  Result.PciConfigReads = Plat.Pci().TotalReads();
   if (const SmbiosStore *Smbios = Plat.Smbios()) {
     Result.SmbiosDump = SmbiosDumpFile(Smbios->Records(), Smbios->MajorVersion(), Smbios->MinorVersion());
   }

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "emulator/pcd_database.h"
+#include "emulator/pci/pci_bus_from_board.h"
 #include "platform/guids.h"
 
 namespace qor::emu {
@@ -23,6 +24,7 @@ Platform *Platform::Current() { return gPlatform; }
 Platform::Platform(Firmware &Fw, const Board &Board)
     : Fw_(Fw), Board_(Board), Io_(Board_.IoPorts, Board_.Iio.IndexedIo) {
   Pcds_ = std::make_unique<PcdDatabase>(Board_);
+  BuildPciBus(Board_, &Pci_);
   for (const auto &Name : Board_.Faults.FailVariableGet) Fw_.Variables().FailGet(ToU16(Name));
   for (const auto &Name : Board_.Faults.FailVariableSet) Fw_.Variables().FailSet(ToU16(Name));
   for (uint64_t Ordinal : Board_.Faults.FailAllocations) Fw_.GetPool().FailAllocation(Ordinal);
@@ -108,11 +110,12 @@ void Platform::Install() {
     InstallOnNewHandle(gQorCpuPowerProtocolGuid, &CpuPower_);
   }
   if (!IsMissing("pciRootBridgeIo")) {
-    for (const PciRootBridgeDef &Def : Board_.Pci.RootBridges) {
+    for (const PciRootBridgeDef &Def : RootBridgesOf(Board_.Pci)) {
       RootBridges_.push_back(std::make_unique<PciRootBridgeIo>(Def, Pci_));
       InstallOnNewHandle(gEfiPciRootBridgeIoProtocolGuid, RootBridges_.back()->Protocol());
     }
   }
+  InstallPciDevices();
 
   // TPM, SATA, BMC transport
   if (!IsMissing("custom")) {
@@ -122,6 +125,19 @@ void Platform::Install() {
   if (!IsMissing("ipmi")) {
     InitIpmiProtocol(&Ipmi_);
     InstallOnNewHandle(gQorIpmiProtocolGuid, &Ipmi_);
+  }
+}
+
+// One handle per function in enumeration order, as the bus driver creates
+// them, each with its PCI I/O instance and device path.
+void Platform::InstallPciDevices() {
+  Enumerated_ = Pci_.Enumerate();
+  if (IsMissing("pciIo")) return;
+  for (const EnumeratedFunction &Entry : Enumerated_) {
+    PciIo_.push_back(std::make_unique<PciIoDevice>(Pci_, Entry));
+    EFI_HANDLE Handle = nullptr;
+    Fw_.InstallProtocol(&Handle, gEfiDevicePathProtocolGuid, PciIo_.back()->DevicePath());
+    Fw_.InstallProtocol(&Handle, gEfiPciIoProtocolGuid, PciIo_.back()->Protocol());
   }
 }
 

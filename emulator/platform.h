@@ -14,7 +14,8 @@
 #include "emulator/cpu_memory_data.h"
 #include "emulator/firmware.h"
 #include "emulator/io_ports.h"
-#include "emulator/pci_model.h"
+#include "emulator/pci/pci_bus.h"
+#include "emulator/pci/pci_io.h"
 #include "emulator/pci/pci_root_bridge_io.h"
 #include "emulator/smbios_protocol.h"
 #include "platform/cpu_access.h"
@@ -71,8 +72,10 @@ class Platform {
   std::vector<std::string> TriggersInstalled() const { return Triggers_; }
   uint64_t CpuAccessCount() const { return CpuAccesses_; }
   IoPortSpace &Io() { return Io_; }
-  // The machine's PCI configuration space.
-  PciModel &Pci() { return Pci_; }
+  // The machine's PCI bus.
+  PciBus &Pci() { return Pci_; }
+  // The PCI I/O instances, in handle order.
+  const std::vector<std::unique_ptr<PciIoDevice>> &PciIoDevices() const { return PciIo_; }
   // The SMBIOS protocol's store (nullptr when the board has no SMBIOS).
   const SmbiosStore *Smbios() const { return Smbios_.get(); }
 
@@ -83,6 +86,7 @@ class Platform {
 
  private:
   void InstallOnNewHandle(const EFI_GUID &Guid, void *Interface);
+  void InstallPciDevices();
 
   Firmware &Fw_;
   Board Board_;
@@ -104,8 +108,10 @@ class Platform {
   std::vector<uint8_t> IioData_;
   QOR_IIO_SYS_PROTOCOL IioSys_{};
   std::vector<uint8_t> MemoryMapBlock_;  // the memory map HOB points here
-  PciModel Pci_ = BuildPciModel(Board_);
+  PciBus Pci_;
   std::vector<std::unique_ptr<PciRootBridgeIo>> RootBridges_;
+  std::vector<std::unique_ptr<PciIoDevice>> PciIo_;
+  std::vector<EnumeratedFunction> Enumerated_;
   std::unique_ptr<SmbiosStore> Smbios_;
   CpuPowerData CpuPowerData_;
   QOR_CPU_POWER_PROTOCOL CpuPower_{};
