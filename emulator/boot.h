@@ -32,6 +32,7 @@ struct BootResult {
   std::map<std::string, uint64_t> ServiceCalls;
   uint64_t CpuAccesses = 0;
   uint64_t PciConfigReads = 0;       // configuration-space reads through the PCI model
+  std::string LspciDump;            // the configuration space before the driver's entry, lspci -xxxx text
   std::vector<uint8_t> SmbiosDump;  // the SMBIOS table served, as a dump file (empty without SMBIOS)
   std::set<std::string> UnknownPcdTokens;
 

@@ -188,25 +188,6 @@ std::vector<DumpedFunction> ParseLspciDump(std::string_view Text) {
   return Out;
 }
 
-size_t LspciExportSize(const std::vector<uint8_t> &Config) {
-  constexpr size_t kConventional = 256;
-  constexpr uint8_t kExpressCapabilityId = 0x10;
-  constexpr uint16_t kStatusCapabilityList = 0x10;
-  // At most 48 capabilities fit between 0x40 and 0xFF; a longer walk loops.
-  constexpr int kMaxCapabilities = 48;
-  if (Config.size() < kConventional) return kConventional;
-  uint16_t Status = static_cast<uint16_t>(Config[0x06] | (Config[0x07] << 8));
-  if ((Status & kStatusCapabilityList) == 0) return kConventional;
-  uint8_t HeaderType = Config[0x0E] & 0x7F;
-  uint8_t Pointer = Config[HeaderType == 2 ? 0x14 : 0x34];
-  for (int Step = 0; Step < kMaxCapabilities && Pointer >= 0x40; Step++) {
-    Pointer &= 0xFC;
-    if (Config[Pointer] == kExpressCapabilityId) return kMaxFunctionBytes;
-    Pointer = Config[Pointer + 1];
-  }
-  return kConventional;
-}
-
 std::string WriteLspciDump(std::vector<DumpedFunction> Functions) {
   std::stable_sort(Functions.begin(), Functions.end(), [](const DumpedFunction &A, const DumpedFunction &B) {
     return std::tie(A.Segment, A.Bus, A.Device, A.Function) < std::tie(B.Segment, B.Bus, B.Device, B.Function);

@@ -46,10 +46,6 @@ std::vector<DumpedFunction> ParseLspciDump(std::string_view Text);
 // function's Config printed whole (its size must be a multiple of 16).
 std::string WriteLspciDump(std::vector<DumpedFunction> Functions);
 
-// How much of a function's space an export shows: 4096 bytes when it has a
-// PCI Express capability (its extended space exists), 256 otherwise.
-size_t LspciExportSize(const std::vector<uint8_t> &Config);
-
 // The formatted location, "BB:DD.F" or "DDDD:BB:DD.F".
 std::string LspciLocationText(const DumpedFunction &Function, bool WithDomain);
 

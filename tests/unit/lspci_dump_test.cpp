@@ -14,7 +14,6 @@ namespace {
 
 using qor::emu::DumpedFunction;
 using qor::emu::LspciDumpError;
-using qor::emu::LspciExportSize;
 using qor::emu::ParseLspciDump;
 using qor::emu::WriteLspciDump;
 
@@ -167,44 +166,6 @@ TEST(LspciDumpWrite, WhatItWritesReadsBackTheSame) {
   EXPECT_EQ(Back[2].Segment, 3);
   EXPECT_EQ(Back[2].Bus, 0x80);
   EXPECT_EQ(Back[2].Config, Functions[0].Config);
-}
-
-// A 4 KiB space with a capability list: Status bit 4 set, the pointer at
-// 0x34 (0x14 for a CardBus bridge), capabilities linked in the order given.
-std::vector<uint8_t> WithCapabilities(uint8_t HeaderType, std::vector<std::pair<uint8_t, uint8_t>> Chain) {
-  std::vector<uint8_t> Config(4096, 0);
-  Config[0x06] = 0x10;
-  Config[0x0E] = HeaderType;
-  Config[HeaderType == 2 ? 0x14 : 0x34] = Chain.empty() ? 0 : Chain[0].first;
-  for (size_t I = 0; I < Chain.size(); I++) {
-    Config[Chain[I].first] = Chain[I].second;  // capability id
-    Config[Chain[I].first + 1] = I + 1 < Chain.size() ? Chain[I + 1].first : 0;
-  }
-  return Config;
-}
-
-TEST(LspciExportSize, ShowsTheExtendedSpaceOnlyOfExpressFunctions) {
-  // Power management, MSI, then PCI Express: an Express function.
-  EXPECT_EQ(LspciExportSize(WithCapabilities(0, {{0x40, 0x01}, {0x50, 0x05}, {0x60, 0x10}})), 4096u);
-  // The same list on a bridge (pointer at 0x34) and on a CardBus bridge (0x14).
-  EXPECT_EQ(LspciExportSize(WithCapabilities(0x81, {{0x90, 0x10}})), 4096u);
-  EXPECT_EQ(LspciExportSize(WithCapabilities(2, {{0x80, 0x10}})), 4096u);
-  // No Express capability, or the list bit clear in Status: conventional.
-  EXPECT_EQ(LspciExportSize(WithCapabilities(0, {{0x40, 0x01}, {0x50, 0x05}})), 256u);
-  std::vector<uint8_t> NoListBit = WithCapabilities(0, {{0x40, 0x10}});
-  NoListBit[0x06] = 0;
-  EXPECT_EQ(LspciExportSize(NoListBit), 256u);
-  // A pointer with its low bits set is read as lspci reads it, masked.
-  std::vector<uint8_t> Unaligned = WithCapabilities(0, {{0x40, 0x10}});
-  Unaligned[0x34] = 0x43;
-  EXPECT_EQ(LspciExportSize(Unaligned), 4096u);
-  // A list that loops ends, and a short (64-byte) space has no capabilities.
-  std::vector<uint8_t> Loop = WithCapabilities(0, {{0x40, 0x01}, {0x50, 0x05}});
-  Loop[0x51] = 0x40;
-  EXPECT_EQ(LspciExportSize(Loop), 256u);
-  EXPECT_EQ(LspciExportSize(std::vector<uint8_t>(64, 0xFF)), 256u);
-  // All ones (a function that is gone): pointer 0xFF, id 0xFF, never Express.
-  EXPECT_EQ(LspciExportSize(std::vector<uint8_t>(4096, 0xFF)), 256u);
 }
 
 }  // namespace
