@@ -56,10 +56,11 @@ void AddLspciImport(const JsonField &Import, const std::string &Directory, PciDe
   }
   for (const ImportedFunction &F : Machine.Functions) {
     PciFunctionDef Def;
-    Def.Segment = F.Dumped.Segment;
-    Def.Bus = F.Dumped.Bus;
-    Def.Device = F.Dumped.Device;
-    Def.Function = F.Dumped.Function;
+    const PciLocation &L = F.Dumped.Location;
+    Def.Segment = L.Segment;
+    Def.Bus = L.Bus;
+    Def.Device = L.Device;
+    Def.Function = L.Function;
     if (!Taken->insert(Def.Location()).second) continue;
     Def.Config = F.Dumped.Config;
     Def.Bars.Size = F.BarSizes;

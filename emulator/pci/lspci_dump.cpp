@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <map>
-#include <tuple>
 
 namespace qor::emu {
 
@@ -97,7 +96,7 @@ struct OpenFunction {
 void Close(const OpenFunction &Open, std::vector<DumpedFunction> *Out) {
   size_t Size = Open.Function.Config.size();
   if (Size != 64 && Size != 256 && Size != kMaxFunctionBytes) {
-    throw LspciDumpError(Open.HeaderLine, "function " + LspciLocationText(Open.Function, Open.WithDomain) +
+    throw LspciDumpError(Open.HeaderLine, "function " + LspciLocationText(Open.Function.Location, Open.WithDomain) +
                                               " holds " + std::to_string(Size) +
                                               " bytes; a function holds 64, 256 or 4096");
   }
@@ -109,19 +108,16 @@ void Close(const OpenFunction &Open, std::vector<DumpedFunction> *Out) {
 LspciDumpError::LspciDumpError(size_t Line, const std::string &Message)
     : std::runtime_error("line " + std::to_string(Line) + ": " + Message), Line_(Line) {}
 
-std::string LspciLocationText(const DumpedFunction &F, bool WithDomain) {
-  char Text[32];
-  if (WithDomain) {
-    std::snprintf(Text, sizeof(Text), "%04x:%02x:%02x.%x", F.Segment, F.Bus, F.Device, F.Function);
-  } else {
-    std::snprintf(Text, sizeof(Text), "%02x:%02x.%x", F.Bus, F.Device, F.Function);
-  }
+std::string LspciLocationText(const PciLocation &L, bool WithDomain) {
+  if (WithDomain) return L.Text();
+  char Text[16];
+  std::snprintf(Text, sizeof(Text), "%02x:%02x.%x", L.Bus, L.Device, L.Function);
   return Text;
 }
 
 std::vector<DumpedFunction> ParseLspciDump(std::string_view Text) {
   std::vector<DumpedFunction> Out;
-  std::map<std::tuple<uint16_t, uint8_t, uint8_t, uint8_t>, size_t> FirstSeen;
+  std::map<PciLocation, size_t> FirstSeen;
   OpenFunction Open;
   bool HaveOpen = false;
   size_t LineNumber = 0;
@@ -172,15 +168,12 @@ std::vector<DumpedFunction> ParseLspciDump(std::string_view Text) {
     Open = OpenFunction();
     Open.HeaderLine = LineNumber;
     Open.WithDomain = H.HasDomain;
-    Open.Function.Segment = static_cast<uint16_t>(H.Domain);
-    Open.Function.Bus = static_cast<uint8_t>(H.Bus);
-    Open.Function.Device = static_cast<uint8_t>(H.Device);
-    Open.Function.Function = static_cast<uint8_t>(H.Function);
+    Open.Function.Location = {static_cast<uint16_t>(H.Domain), static_cast<uint8_t>(H.Bus),
+                              static_cast<uint8_t>(H.Device), static_cast<uint8_t>(H.Function)};
     HaveOpen = true;
-    auto Key = std::make_tuple(Open.Function.Segment, Open.Function.Bus, Open.Function.Device, Open.Function.Function);
-    auto [It, New] = FirstSeen.emplace(Key, LineNumber);
+    auto [It, New] = FirstSeen.emplace(Open.Function.Location, LineNumber);
     if (!New) {
-      throw LspciDumpError(LineNumber, "function " + LspciLocationText(Open.Function, true) +
+      throw LspciDumpError(LineNumber, "function " + LspciLocationText(Open.Function.Location, true) +
                                            " listed twice (first at line " + std::to_string(It->second) + ")");
     }
   }
@@ -190,15 +183,15 @@ std::vector<DumpedFunction> ParseLspciDump(std::string_view Text) {
 
 std::string WriteLspciDump(std::vector<DumpedFunction> Functions) {
   std::stable_sort(Functions.begin(), Functions.end(), [](const DumpedFunction &A, const DumpedFunction &B) {
-    return std::tie(A.Segment, A.Bus, A.Device, A.Function) < std::tie(B.Segment, B.Bus, B.Device, B.Function);
+    return A.Location < B.Location;
   });
   bool WithDomain = std::any_of(Functions.begin(), Functions.end(),
-                                [](const DumpedFunction &F) { return F.Segment != 0; });
+                                [](const DumpedFunction &F) { return F.Location.Segment != 0; });
   std::string Out;
   char Text[64];
   for (const DumpedFunction &F : Functions) {
     auto Byte = [&F](size_t At) -> unsigned { return At < F.Config.size() ? F.Config[At] : 0xFF; };
-    Out += LspciLocationText(F, WithDomain);
+    Out += LspciLocationText(F.Location, WithDomain);
     std::snprintf(Text, sizeof(Text), " %02x%02x: %02x%02x:%02x%02x", Byte(0x0B), Byte(0x0A), Byte(0x01), Byte(0x00),
                   Byte(0x03), Byte(0x02));
     Out += Text;

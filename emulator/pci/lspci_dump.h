@@ -14,13 +14,12 @@
 #include <string_view>
 #include <vector>
 
+#include "emulator/pci/pci_function.h"
+
 namespace qor::emu {
 
 struct DumpedFunction {
-  uint16_t Segment = 0;
-  uint8_t Bus = 0;
-  uint8_t Device = 0;
-  uint8_t Function = 0;
+  PciLocation Location;
   std::vector<uint8_t> Config;  // 64, 256 or 4096 bytes
 };
 
@@ -47,7 +46,7 @@ std::vector<DumpedFunction> ParseLspciDump(std::string_view Text);
 std::string WriteLspciDump(std::vector<DumpedFunction> Functions);
 
 // The formatted location, "BB:DD.F" or "DDDD:BB:DD.F".
-std::string LspciLocationText(const DumpedFunction &Function, bool WithDomain);
+std::string LspciLocationText(const PciLocation &Location, bool WithDomain);
 
 }  // namespace qor::emu
 

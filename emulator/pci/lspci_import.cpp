@@ -4,7 +4,6 @@
 #include <cstdio>
 #include <map>
 #include <string>
-#include <tuple>
 #include <utility>
 
 #include "emulator/pci/bar_size_estimate.h"
@@ -13,7 +12,7 @@ namespace qor::emu {
 
 namespace {
 
-std::string Name(const DumpedFunction &F) { return LspciLocationText(F, true); }
+std::string Name(const DumpedFunction &F) { return F.Location.Text(); }
 
 std::string BusText(uint16_t Segment, unsigned Bus) {
   char Text[16];
@@ -29,7 +28,7 @@ int SecondaryBusOf(const DumpedFunction &F) {
   uint8_t HeaderType = F.Config[0x0E] & 0x7F;
   if (HeaderType != 1 && HeaderType != 2) return -1;
   uint8_t Secondary = F.Config[kSecondaryBus], Subordinate = F.Config[kSubordinateBus];
-  if (Secondary <= F.Bus || Subordinate < Secondary) return -1;
+  if (Secondary <= F.Location.Bus || Subordinate < Secondary) return -1;
   return Secondary;
 }
 
@@ -38,8 +37,7 @@ ImportedMachine ImportLspciMachine(const std::vector<DumpedFunction> &Dumped) {
   ImportedMachine Machine;
   for (const DumpedFunction &F : Dumped) Machine.Functions.push_back({F, {}, -1, 0});
   std::sort(Machine.Functions.begin(), Machine.Functions.end(), [](const ImportedFunction &A, const ImportedFunction &B) {
-    const DumpedFunction &L = A.Dumped, &R = B.Dumped;
-    return std::tie(L.Segment, L.Bus, L.Device, L.Function) < std::tie(R.Segment, R.Bus, R.Device, R.Function);
+    return A.Dumped.Location < B.Dumped.Location;
   });
   std::vector<ImportedFunction> &Functions = Machine.Functions;
 
@@ -48,9 +46,9 @@ ImportedMachine ImportLspciMachine(const std::vector<DumpedFunction> &Dumped) {
   for (size_t I = 0; I < Functions.size(); I++) {
     int Secondary = SecondaryBusOf(Functions[I].Dumped);
     if (Secondary < 0) continue;
-    auto [It, New] = BridgeTo.emplace(std::make_pair(Functions[I].Dumped.Segment, Secondary), I);
+    auto [It, New] = BridgeTo.emplace(std::make_pair(Functions[I].Dumped.Location.Segment, Secondary), I);
     if (!New) {
-      throw LspciImportError("bus " + BusText(Functions[I].Dumped.Segment, Secondary) + " is the secondary bus of both " +
+      throw LspciImportError("bus " + BusText(Functions[I].Dumped.Location.Segment, Secondary) + " is the secondary bus of both " +
                              Name(Functions[It->second].Dumped) + " and " + Name(Functions[I].Dumped));
     }
   }
@@ -58,11 +56,11 @@ ImportedMachine ImportLspciMachine(const std::vector<DumpedFunction> &Dumped) {
   // Parents; every step up lowers the bus number, so the walk up ends.
   std::map<std::pair<uint16_t, int>, size_t> RootBridgeOf;  // (segment, root bus) -> host bridge
   for (ImportedFunction &F : Functions) {
-    auto It = BridgeTo.find({F.Dumped.Segment, F.Dumped.Bus});
+    auto It = BridgeTo.find({F.Dumped.Location.Segment, F.Dumped.Location.Bus});
     if (It != BridgeTo.end()) {
       F.Parent = static_cast<int>(It->second);
     } else {
-      RootBridgeOf.emplace(std::make_pair(F.Dumped.Segment, F.Dumped.Bus), 0);
+      RootBridgeOf.emplace(std::make_pair(F.Dumped.Location.Segment, F.Dumped.Location.Bus), 0);
     }
   }
   for (auto &[Root, Index] : RootBridgeOf) {
@@ -80,9 +78,9 @@ ImportedMachine ImportLspciMachine(const std::vector<DumpedFunction> &Dumped) {
   // parent is settled before its children.
   std::vector<int> HighestBus(Machine.HostBridges.size(), 0);
   for (ImportedFunction &F : Functions) {
-    F.HostBridge = F.Parent < 0 ? RootBridgeOf.at({F.Dumped.Segment, F.Dumped.Bus})
+    F.HostBridge = F.Parent < 0 ? RootBridgeOf.at({F.Dumped.Location.Segment, F.Dumped.Location.Bus})
                                 : Functions[static_cast<size_t>(F.Parent)].HostBridge;
-    int Highest = F.Dumped.Bus;
+    int Highest = F.Dumped.Location.Bus;
     if (SecondaryBusOf(F.Dumped) >= 0) Highest = std::max<int>(Highest, F.Dumped.Config[0x1A]);
     HighestBus[F.HostBridge] = std::max(HighestBus[F.HostBridge], Highest);
   }
@@ -95,7 +93,7 @@ ImportedMachine ImportLspciMachine(const std::vector<DumpedFunction> &Dumped) {
   }
   for (const ImportedFunction &F : Functions) {
     const ImportedHostBridge &Bridge = Machine.HostBridges[F.HostBridge];
-    if (F.Dumped.Bus > Bridge.BusLimit) {
+    if (F.Dumped.Location.Bus > Bridge.BusLimit) {
       throw LspciImportError("function " + Name(F.Dumped) + " lies behind root bus " +
                              BusText(Bridge.Segment, Bridge.BusBase) + " but past the next root bus " +
                              BusText(Bridge.Segment, Bridge.BusLimit + 1u));

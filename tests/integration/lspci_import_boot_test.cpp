@@ -62,10 +62,10 @@ TEST_P(ImportedMachineBoot, ExportDecodesAsTheOriginalDump) {
   std::vector<qor::emu::DumpedFunction> Dumped = qor::emu::ParseLspciDump(qortest::ReadTextFile(Original));
   std::map<std::string, std::vector<uint8_t>> Exported;
   for (const auto &F : qor::emu::ParseLspciDump(Result.LspciDump)) {
-    Exported[qor::emu::LspciLocationText(F, true)] = F.Config;
+    Exported[F.Location.Text()] = F.Config;
   }
   for (const auto &F : Dumped) {
-    std::string Location = qor::emu::LspciLocationText(F, true);
+    std::string Location = F.Location.Text();
     ASSERT_EQ(Exported.count(Location), 1u) << Location;
     std::vector<uint8_t> Expected = F.Config;
     Expected.resize(Exported[Location].size(), 0);
@@ -139,7 +139,7 @@ TEST(LspciImportBoard, ReplacesTheBaseTreeAndCombinesWithTheBoardsOwnFunctionsAn
   for (const auto &F : qor::emu::ParseLspciDump(Result.LspciDump)) {
     char Ids[16];
     std::snprintf(Ids, sizeof(Ids), " %02x%02x:%02x%02x", F.Config[1], F.Config[0], F.Config[3], F.Config[2]);
-    Headers.push_back(qor::emu::LspciLocationText(F, true) + Ids);
+    Headers.push_back(F.Location.Text() + Ids);
   }
   // The dump's four functions (02:00.0 replaced), the PCH, the board's own
   // device in segment 1, and nothing of the built-in board's tree.

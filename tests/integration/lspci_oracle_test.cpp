@@ -54,8 +54,7 @@ TEST(LspciTreeOracle, TheBusOfAnImportFollowsTheBridgesLspciShows) {
     for (const qor::emu::EnumeratedFunction &F : Found) {
       std::string Text;
       for (int At = static_cast<int>(&F - Found.data()); At >= 0; At = Found[static_cast<size_t>(At)].Parent) {
-        const qor::emu::PciLocation &L = Found[static_cast<size_t>(At)].Function->Location();
-        qor::emu::DumpedFunction Step{L.Segment, L.Bus, L.Device, L.Function, {}};
+        const qor::emu::PciLocation &Step = Found[static_cast<size_t>(At)].Function->Location();
         bool First = Found[static_cast<size_t>(At)].Parent < 0;
         Text = qor::emu::LspciLocationText(Step, WithDomain && First) + (Text.empty() ? "" : "/") + Text;
       }

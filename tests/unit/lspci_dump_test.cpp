@@ -59,17 +59,17 @@ TEST(LspciDumpParse, ReadsFunctionsOfEachSizeWithAndWithoutDomains) {
                      "ff:00.0 Host bridge: Something\n" + Rows(Conventional);
   std::vector<DumpedFunction> Functions = ParseLspciDump(Text);
   ASSERT_EQ(Functions.size(), 3u);
-  EXPECT_EQ(Functions[0].Segment, 0);
-  EXPECT_EQ(Functions[0].Bus, 0x00);
-  EXPECT_EQ(Functions[0].Device, 0x1f);
-  EXPECT_EQ(Functions[0].Function, 3);
+  EXPECT_EQ(Functions[0].Location.Segment, 0);
+  EXPECT_EQ(Functions[0].Location.Bus, 0x00);
+  EXPECT_EQ(Functions[0].Location.Device, 0x1f);
+  EXPECT_EQ(Functions[0].Location.Function, 3);
   EXPECT_EQ(Functions[0].Config, Small);
-  EXPECT_EQ(Functions[1].Segment, 1);
-  EXPECT_EQ(Functions[1].Bus, 0x3a);
-  EXPECT_EQ(Functions[1].Device, 0x1e);
-  EXPECT_EQ(Functions[1].Function, 7);
+  EXPECT_EQ(Functions[1].Location.Segment, 1);
+  EXPECT_EQ(Functions[1].Location.Bus, 0x3a);
+  EXPECT_EQ(Functions[1].Location.Device, 0x1e);
+  EXPECT_EQ(Functions[1].Location.Function, 7);
   EXPECT_EQ(Functions[1].Config, Express);
-  EXPECT_EQ(Functions[2].Bus, 0xff);
+  EXPECT_EQ(Functions[2].Location.Bus, 0xff);
   EXPECT_EQ(Functions[2].Config, Conventional);
 }
 
@@ -86,7 +86,7 @@ TEST(LspciDumpParse, ToleratesBlankLinesTrailingSpaceCrLfUpperCaseAndVerboseDeco
                      "\n" + Crlf + "\n\n";
   std::vector<DumpedFunction> Functions = ParseLspciDump(Text);
   ASSERT_EQ(Functions.size(), 1u);
-  EXPECT_EQ(Functions[0].Device, 2);
+  EXPECT_EQ(Functions[0].Location.Device, 2);
   EXPECT_EQ(Functions[0].Config, Bytes);
   // A header alone on its line, with no description, is a function too.
   EXPECT_EQ(ParseLspciDump("00:00.0\n" + Rows(Bytes)).size(), 1u);
@@ -133,12 +133,12 @@ TEST(LspciDumpParse, RefusesMalformedInputNamingTheLine) {
 }
 
 TEST(LspciDumpWrite, PrintsNumericHeadersSortedWithDomainsOnlyWhenNeeded) {
-  DumpedFunction Bridge{0, 0x00, 0x1c, 0, Pattern(256, 0)};
+  DumpedFunction Bridge{{0, 0x00, 0x1c, 0}, Pattern(256, 0)};
   Bridge.Config[0x00] = 0x86, Bridge.Config[0x01] = 0x80;  // vendor 8086
   Bridge.Config[0x02] = 0x40, Bridge.Config[0x03] = 0x3a;  // device 3a40
   Bridge.Config[0x08] = 0x00;                              // revision 0: no "(rev ..)"
   Bridge.Config[0x0a] = 0x04, Bridge.Config[0x0b] = 0x06;  // class 0604
-  DumpedFunction Nic{0, 0x07, 0x00, 0, Pattern(64, 5)};
+  DumpedFunction Nic{{0, 0x07, 0x00, 0}, Pattern(64, 5)};
   Nic.Config[0x00] = 0xec, Nic.Config[0x01] = 0x10, Nic.Config[0x02] = 0x68, Nic.Config[0x03] = 0x81;
   Nic.Config[0x08] = 0x02, Nic.Config[0x0a] = 0x00, Nic.Config[0x0b] = 0x02;
 
@@ -146,7 +146,7 @@ TEST(LspciDumpWrite, PrintsNumericHeadersSortedWithDomainsOnlyWhenNeeded) {
   EXPECT_EQ(Text, "00:1c.0 0604: 8086:3a40\n" + Rows(Bridge.Config) + "\n" +
                       "07:00.0 0200: 10ec:8168 (rev 02)\n" + Rows(Nic.Config) + "\n");
 
-  Nic.Segment = 2;
+  Nic.Location.Segment = 2;
   Text = WriteLspciDump({Nic, Bridge});
   EXPECT_EQ(Text.substr(0, 25), "0000:00:1c.0 0604: 8086:3");
   EXPECT_NE(Text.find("\n0002:07:00.0 0200: 10ec:8168 (rev 02)\n"), std::string::npos);
@@ -154,17 +154,17 @@ TEST(LspciDumpWrite, PrintsNumericHeadersSortedWithDomainsOnlyWhenNeeded) {
 }
 
 TEST(LspciDumpWrite, WhatItWritesReadsBackTheSame) {
-  std::vector<DumpedFunction> Functions = {{3, 0x80, 0x00, 1, Pattern(4096, 4)},
-                                           {0, 0x00, 0x00, 0, Pattern(256, 8)},
-                                           {0, 0x00, 0x1f, 7, Pattern(64, 6)}};
+  std::vector<DumpedFunction> Functions = {{{3, 0x80, 0x00, 1}, Pattern(4096, 4)},
+                                           {{0, 0x00, 0x00, 0}, Pattern(256, 8)},
+                                           {{0, 0x00, 0x1f, 7}, Pattern(64, 6)}};
   std::vector<DumpedFunction> Back = ParseLspciDump(WriteLspciDump(Functions));
   ASSERT_EQ(Back.size(), 3u);
   EXPECT_EQ(Back[0].Config, Functions[1].Config);
   EXPECT_EQ(Back[1].Config, Functions[2].Config);
-  EXPECT_EQ(Back[1].Device, 0x1f);
-  EXPECT_EQ(Back[1].Function, 7);
-  EXPECT_EQ(Back[2].Segment, 3);
-  EXPECT_EQ(Back[2].Bus, 0x80);
+  EXPECT_EQ(Back[1].Location.Device, 0x1f);
+  EXPECT_EQ(Back[1].Location.Function, 7);
+  EXPECT_EQ(Back[2].Location.Segment, 3);
+  EXPECT_EQ(Back[2].Location.Bus, 0x80);
   EXPECT_EQ(Back[2].Config, Functions[0].Config);
 }
 

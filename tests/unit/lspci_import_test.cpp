@@ -23,7 +23,7 @@ struct Register {
 
 DumpedFunction Function(uint16_t Segment, uint8_t Bus, uint8_t Device, uint8_t Function,
                         std::vector<Register> Registers = {}) {
-  DumpedFunction F{Segment, Bus, Device, Function, std::vector<uint8_t>(256, 0)};
+  DumpedFunction F{{Segment, Bus, Device, Function}, std::vector<uint8_t>(256, 0)};
   F.Config[0x00] = 0x86, F.Config[0x01] = 0x80;
   for (const Register &R : Registers) {
     for (size_t I = 0; I < R.Width; I++) F.Config[R.Offset + I] = static_cast<uint8_t>(R.Value >> (8 * I));
@@ -42,14 +42,14 @@ DumpedFunction Bridge(uint16_t Segment, uint8_t Bus, uint8_t Device, uint8_t Sec
 
 const qor::emu::ImportedFunction &At(const ImportedMachine &M, const std::string &Location) {
   for (const auto &F : M.Functions) {
-    if (qor::emu::LspciLocationText(F.Dumped, true) == Location) return F;
+    if (F.Dumped.Location.Text() == Location) return F;
   }
   throw std::runtime_error("no function " + Location);
 }
 
 std::string ParentOf(const ImportedMachine &M, const std::string &Location) {
   int Parent = At(M, Location).Parent;
-  return Parent < 0 ? "root" : qor::emu::LspciLocationText(M.Functions[static_cast<size_t>(Parent)].Dumped, true);
+  return Parent < 0 ? "root" : M.Functions[static_cast<size_t>(Parent)].Dumped.Location.Text();
 }
 
 std::string Refusal(const std::vector<DumpedFunction> &Functions) {
@@ -90,8 +90,8 @@ TEST(LspciImport, RootBusesBecomeHostBridgesAndBridgesNestTheirSecondaryBuses) {
   EXPECT_EQ(At(M, "0000:80:00.0").HostBridge, 1u);
   EXPECT_EQ(At(M, "0001:00:00.0").HostBridge, 2u);
   // Functions come out in order of location.
-  EXPECT_EQ(qor::emu::LspciLocationText(M.Functions.front().Dumped, true), "0000:00:00.0");
-  EXPECT_EQ(qor::emu::LspciLocationText(M.Functions.back().Dumped, true), "0001:00:00.0");
+  EXPECT_EQ(M.Functions.front().Dumped.Location.Text(), "0000:00:00.0");
+  EXPECT_EQ(M.Functions.back().Dumped.Location.Text(), "0001:00:00.0");
 }
 
 TEST(LspciImport, UnconfiguredBridgesLeadNowhereAndTheirBusesAreRoots) {
@@ -162,7 +162,7 @@ TEST(LspciImportBars, BarsEndInsideTheWindowOfTheBridgeAbove) {
 TEST(LspciImportBars, CollidingBasesGetTheSmallestSizeAndAllOnesFunctionsNone) {
   // Two memory BARs at one base, two I/O BARs at one base; a function that
   // reads all ones (vendor ffff) has no BARs though its registers are set.
-  DumpedFunction Gone{0, 0, 3, 0, std::vector<uint8_t>(256, 0xFF)};
+  DumpedFunction Gone{{0, 0, 3, 0}, std::vector<uint8_t>(256, 0xFF)};
   Gone.Config[0x0E] = 0;
   ImportedMachine M = ImportLspciMachine(
       {Function(0, 0, 1, 0, {{0x10, 0xE0000000, 4}, {0x14, 0xE0000000, 4}, {0x18, 0x1001, 4}, {0x1C, 0x1001, 4}}),
