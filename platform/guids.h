@@ -46,5 +46,11 @@ extern CONST EFI_GUID gQorNicDbProtocolGuid;
 extern CONST EFI_GUID gQorVendorNvmeControllerProtocolGuid;
 extern CONST EFI_GUID gQorVrocDeviceInfoProtocolGuid;
 extern CONST EFI_GUID gQorCpuCsrAccessProtocolGuid;
+extern CONST EFI_GUID gQorSkobiofBf2VariableGuid;
+extern CONST EFI_GUID gQorFixedBootPrioritiesGuid;
+extern CONST EFI_GUID gQorRecoveryBootModeGuid;
+extern CONST EFI_GUID gQorJdNicSlotGuid;
+extern CONST EFI_GUID gQorSocketMpLinkConfigGuid;
+extern CONST EFI_GUID gQorOnboardPcdTokenSpaceGuid;
 
 #endif  // QOR_PLATFORM_GUIDS_H_

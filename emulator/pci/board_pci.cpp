@@ -125,14 +125,11 @@ std::vector<FirmwareImageDef> ParseFirmwareImages(const JsonField &List) {
   return Out;
 }
 
-NicEntryDef ParseNic(const JsonField &Nic, bool SlotAllowed) {
-  if (SlotAllowed) {
-    Nic.AllowOnly({"slot", "onBoard", "portCount", "ports"});
-  } else {
-    Nic.AllowOnly({"onBoard", "portCount", "ports"});
-  }
+// SlotRequired: a "nicDb" entry; a function's "nic" may leave it out.
+NicEntryDef ParseNic(const JsonField &Nic, bool SlotRequired) {
+  Nic.AllowOnly({"slot", "onBoard", "portCount", "ports"});
   NicEntryDef Out;
-  if (SlotAllowed) Out.Slot = static_cast<uint32_t>(Nic.At("slot").Uint(0xFFFFFFFF));
+  if (SlotRequired || Nic.Has("slot")) Out.Slot = static_cast<uint32_t>(Nic.At("slot").Uint(0xFFFFFFFF));
   if (auto OnBoard = Nic.Optional("onBoard")) Out.OnBoard = OnBoard->Bool();
   if (auto Count = Nic.Optional("portCount")) Out.PortCount = static_cast<uint32_t>(Count->Uint(0xFFFFFFFF));
   if (auto Ports = Nic.Optional("ports")) {
