@@ -39,9 +39,10 @@ constexpr size_t kMrcPpinCount = 4;
 constexpr size_t kMrcSocketResultBytes = 4 * 90;
 
 // Lays Overlay over Base: objects merge member by member, anything else
-// (arrays included) replaces.
+// (arrays included) replaces. An object with an "import" member replaces
+// too: a PCI tree imported from a dump is not mixed with the base board's.
 void MergeInto(rapidjson::Value &Base, const rapidjson::Value &Overlay, rapidjson::Document::AllocatorType &Alloc) {
-  if (!Base.IsObject() || !Overlay.IsObject()) {
+  if (!Base.IsObject() || !Overlay.IsObject() || Overlay.HasMember("import")) {
     Base.CopyFrom(Overlay, Alloc);
     return;
   }
@@ -549,7 +550,7 @@ void ParseBoardObject(const JsonField &Root, Board *Out) {
 }  // namespace
 
 namespace {
-Board ParseOverBase(const std::string &JsonText, bool IsBuiltIn) {
+Board ParseOverBase(const std::string &JsonText, bool IsBuiltIn, const std::string &Directory = "") {
   rapidjson::Document Overlay;
   ParseBoardDocument(JsonText, &Overlay);
   std::string Base = "builtin";
@@ -565,12 +566,15 @@ Board ParseOverBase(const std::string &JsonText, bool IsBuiltIn) {
     Merged.CopyFrom(Overlay, Merged.GetAllocator());
   }
   Board Out;
+  Out.Directory = Directory;
   ParseBoardObject(JsonField(Merged, "board"), &Out);
   return Out;
 }
 }  // namespace
 
-Board ParseBoard(const std::string &JsonText) { return ParseOverBase(JsonText, false); }
+Board ParseBoard(const std::string &JsonText, const std::string &Directory) {
+  return ParseOverBase(JsonText, false, Directory);
+}
 
 Board LoadBoardFile(const std::string &Path) {
   std::error_code Error;
@@ -581,7 +585,7 @@ Board LoadBoardFile(const std::string &Path) {
   Text << In.rdbuf();
   if (In.bad()) throw BoardError(Path + ": cannot be read");
   try {
-    return ParseBoard(Text.str());
+    return ParseBoard(Text.str(), std::filesystem::path(Path).parent_path().string());
   } catch (const BoardError &Error) {
     throw BoardError(Path + ": " + Error.what());
   }

@@ -127,6 +127,9 @@ constexpr size_t kSystemInformationBlockSize = 0x20000;
 
 struct Board {
   std::string Name = "unnamed board";
+  // Where the board's relative paths (a PCI import) resolve; empty: the
+  // current directory.
+  std::string Directory;
 
   // Platform PCD database (EDK2 PCD protocol) by token number, and the
   // dynamic-ex values of EFI_PCD_PROTOCOL by token space and token.
@@ -190,7 +193,9 @@ struct Board {
 extern const std::vector<std::string> kProtocolNames;
 
 // Parses and validates a board; throws BoardError.
-Board ParseBoard(const std::string &JsonText);
+// Directory: where relative paths in the board resolve (LoadBoardFile
+// passes the file's folder).
+Board ParseBoard(const std::string &JsonText, const std::string &Directory = "");
 Board LoadBoardFile(const std::string &Path);
 // The board compiled into the tools.
 const char *BuiltInBoardJson();

@@ -4,6 +4,7 @@
 
 #include "emulator/driver_image.h"
 #include "emulator/pcd_database.h"
+#include "emulator/pci/lspci_export.h"
 #include "emulator/smbios_table.h"
 
 namespace qor::emu {
@@ -50,6 +51,7 @@ BootResult RunBoot(const Board &Board, const std::vector<Variable> *Variables, c
   Firmware Fw;
   Platform Plat(Fw, Board);
   Plat.Install();
+  Result.LspciDump = LspciDumpOf(Plat.Pci());
   if (Variables != nullptr) {
     Fw.Variables().Clear();
     for (const Variable &Value : *Variables) Fw.Variables().Put(Value);

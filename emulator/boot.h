@@ -40,6 +40,7 @@ struct BootResult {
   };
   std::vector<PciFunctionCost> PciFunctionCosts;  // every function, in location order
   uint64_t PciAbsentReads = 0;       // reads of locations where no function is
+  std::string LspciDump;            // the configuration space before the driver's entry, lspci -xxxx text
   std::vector<uint8_t> SmbiosDump;  // the SMBIOS table served, as a dump file (empty without SMBIOS)
   std::set<std::string> UnknownPcdTokens;
 

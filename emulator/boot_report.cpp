@@ -329,6 +329,7 @@ void WriteBootOutputs(const std::string &Directory, const Board &Board, const Bo
   WriteText(Dir / "debug.log", Result.DebugLog);
   WriteText(Dir / "boot.json", BootReportJson(Board, Result, BootNumber));
   WriteText(Dir / "variables.json", VariablesJson(Result.VariablesAfter));
+  WriteText(Dir / "lspci.txt", Result.LspciDump);
   if (!Result.SmbiosDump.empty()) WriteFile(Dir / "smbios.bin", Result.SmbiosDump.data(), Result.SmbiosDump.size());
 }
 

@@ -12,6 +12,7 @@
 #include "emulator/board.h"
 #include "emulator/board_json.h"
 #include "emulator/pci/config_builder.h"
+#include "emulator/pci/lspci_board_import.h"
 #include "platform/nic_db.h"
 
 namespace qor::emu {
@@ -506,7 +507,7 @@ PciRootBridgeDef ParseRootBridge(const JsonField &Entry) {
 }  // namespace
 
 void ParsePci(const JsonField &Pci, Board *Out) {
-  Pci.AllowOnly({"hostBridges", "functions", "rootBridges", "nicDb"});
+  Pci.AllowOnly({"import", "hostBridges", "functions", "rootBridges", "nicDb"});
   PciDef Def;
   std::set<PciLocation> Taken;
   if (auto Functions = Pci.Optional("functions")) {
@@ -516,10 +517,14 @@ void ParsePci(const JsonField &Pci, Board *Out) {
       Def.Functions.push_back(std::move(F));
     }
   }
+  // An imported machine comes first: the board's own functions replace its
+  // functions, the board's own host bridges come after its host bridges.
+  if (auto Import = Pci.Optional("import")) AddLspciImport(*Import, Out->Directory, &Def, &Taken);
   if (auto Hosts = Pci.Optional("hostBridges")) {
     auto Elements = Hosts->Elements();
     for (size_t I = 0; I < Elements.size(); I++) {
-      Def.HostBridges.push_back(ParseHostBridge(Elements[I], I, Def.HostBridges, &Taken, &Def.Functions));
+      size_t Index = Def.HostBridges.size();
+      Def.HostBridges.push_back(ParseHostBridge(Elements[I], Index, Def.HostBridges, &Taken, &Def.Functions));
     }
   }
   auto Bridges = Pci.Optional("rootBridges");
