@@ -110,6 +110,8 @@ TEST(LspciImportBoard, PathIsRelativeToTheBoardFileAndErrorsNameFileAndLine) {
   Message = BoardErrorOf(ImportBoard("dumps/missing.txt"), Directory);
   EXPECT_NE(Message.find("cannot read"), std::string::npos) << Message;
   EXPECT_NE(Message.find("missing.txt"), std::string::npos) << Message;
+  // A device file is no dump: refused at once instead of read without end.
+  EXPECT_NE(BoardErrorOf(ImportBoard("/dev/zero")).find("not a regular file"), std::string::npos);
   // Parsed as text without a directory, the path is taken as it stands.
   EXPECT_NE(BoardErrorOf(ImportBoard("dumps/good.txt")), "");
   std::filesystem::remove_all(Directory);
