@@ -52,7 +52,10 @@ void WriteIioStackTable(const Board &Board, const std::vector<EnumeratedFunction
     Stacks = DerivedStacks(Functions);
   }
   (*Block)[QOR_SYSINFO_STACK_COUNT_OFFSET] = static_cast<uint8_t>(Stacks.size());
-  std::memcpy(Block->data() + QOR_SYSINFO_STACK_TABLE_OFFSET, Stacks.data(), Stacks.size() * sizeof(QOR_IIO_STACK_ENTRY));
+  // A machine without root ports has no stacks (and Stacks.data() may be null).
+  if (!Stacks.empty()) {
+    std::memcpy(Block->data() + QOR_SYSINFO_STACK_TABLE_OFFSET, Stacks.data(), Stacks.size() * sizeof(QOR_IIO_STACK_ENTRY));
+  }
 }
 
 }  // namespace qor::emu

@@ -14,8 +14,19 @@ namespace qor::emu {
 namespace {
 
 constexpr uint8_t kPciExpressCapabilityId = 0x10;
+// A dump of every possible function with 4 KiB each would be far larger, but
+// no machine has that many; the bound keeps a stray path (a device file, a
+// disk image) from being read without end.
+constexpr uintmax_t kMaxDumpBytes = 64u << 20;
 
 std::string ReadDump(const std::filesystem::path &Path, const JsonField &Import) {
+  std::error_code Error;
+  if (!std::filesystem::is_regular_file(Path, Error)) {
+    throw BoardError(Import.Path() + ": cannot read " + Path.string() + " (not a regular file)");
+  }
+  if (std::filesystem::file_size(Path, Error) > kMaxDumpBytes) {
+    throw BoardError(Import.Path() + ": " + Path.string() + " is larger than 64 MiB, too large for a dump");
+  }
   std::ifstream In(Path, std::ios::binary);
   if (!In) throw BoardError(Import.Path() + ": cannot read " + Path.string());
   std::stringstream Text;
