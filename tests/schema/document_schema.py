@@ -163,3 +163,25 @@ class DocumentChecker:
             errors = [] if text.endswith("}") else ["the flash document ends in %r" % text[-1:]]
             return errors + self.flash_errors(text)
         return ["%s is not a document the driver sends" % file_name]
+
+
+def main(paths):
+    """Checks documents saved from a boot; a file's name says which document it is."""
+    if not paths:
+        print("usage: document_schema.py push_BiosBeforeBoot.json [push_FlashInfo.json ...]")
+        return 2
+    checker = DocumentChecker()
+    failed = 0
+    for path in paths:
+        with open(path, "rb") as handle:
+            errors = checker.sent_file_errors(os.path.basename(path), handle.read())
+        print("%s: %s" % (path, "valid" if not errors else "INVALID"))
+        for error in errors:
+            print("    " + error)
+        failed += bool(errors)
+    return 1 if failed else 0
+
+
+if __name__ == "__main__":
+    import sys
+    sys.exit(main(sys.argv[1:]))
