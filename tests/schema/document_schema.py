@@ -108,18 +108,28 @@ class DocumentChecker:
                                        error.message[:300]))
         return lines
 
-    def inventory_errors(self, text):
-        """Every way text fails to be a valid inventory document; empty when it is one."""
+    @staticmethod
+    def _object_members(text, expected_keys, errors):
+        """The parsed object, or None with the reason added to errors; its keys must be expected_keys."""
         try:
             tree = load_members(text)
         except ValueError as error:
-            return ["not a valid document: %s" % error]
+            errors.append("not a valid document: %s" % error)
+            return None
         if not isinstance(tree, Members):
-            return ["the document is not an object"]
-        errors = []
+            errors.append("the document is not an object")
+            return None
         keys = [key for key, _ in tree]
-        if keys != SECTION_ORDER:
-            errors.append("sections %s, expected %s in that order" % (keys, SECTION_ORDER))
+        if keys != expected_keys:
+            errors.append("members %s, expected %s in that order" % (keys, expected_keys))
+        return tree
+
+    def inventory_errors(self, text):
+        """Every way text fails to be a valid inventory document; empty when it is one."""
+        errors = []
+        tree = self._object_members(text, SECTION_ORDER, errors)
+        if tree is None:
+            return errors
         for path, repeated in _repeated_keys(tree, (), []):
             if path == ("IioInfo",) and repeated == IIO_MEMBERS:
                 continue
@@ -138,16 +148,11 @@ class DocumentChecker:
         return errors
 
     def flash_errors(self, text):
-        try:
-            tree = load_members(text)
-        except ValueError as error:
-            return ["not a valid document: %s" % error]
-        if not isinstance(tree, Members):
-            return ["the document is not an object"]
+        """Every way text fails to be a valid flash document; empty when it is one."""
         errors = []
-        keys = [key for key, _ in tree]
-        if keys != ["Bios Rom Size", "Flash ID"]:
-            errors.append("members %s, expected Bios Rom Size then Flash ID" % keys)
+        tree = self._object_members(text, ["Bios Rom Size", "Flash ID"], errors)
+        if tree is None:
+            return errors
         return errors + self._schema_errors(self.flash, last_key_wins(tree))
 
     def sent_file_errors(self, file_name, data):
