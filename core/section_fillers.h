@@ -19,7 +19,11 @@ EFI_STATUS QorFillDimmInfo(UPLOAD_SECTION *Section);
 EFI_STATUS QorFillTpmInfo(UPLOAD_SECTION *Section);
 EFI_STATUS QorFillSataInfo(UPLOAD_SECTION *Section);
 
-// PCI resources and the memory map.
+// PCIe devices.
+EFI_STATUS QorFillPcieDevice(UPLOAD_SECTION *Section);
+// PCI resources, the PCI tree and the memory map.
+EFI_STATUS QorFillPcieResource(UPLOAD_SECTION *Section);
+EFI_STATUS QorFillPcieTopology(UPLOAD_SECTION *Section);
 EFI_STATUS QorFillMemoryMap(UPLOAD_SECTION *Section);
 
 // Flash information upload, hung on the fill trigger.

@@ -12,10 +12,10 @@ UPLOAD_SECTION gQorUploadSections[QOR_SECTION_COUNT] = {
     {"VmdInfo", 0x2000, QorFillVmdInfo, FALSE, nullptr, 0, 0},
     {"TpmInfo", 0x2000, QorFillTpmInfo, FALSE, nullptr, 0, 0},
     {"OnBoardSataInfo", 0x80000, QorFillSataInfo, FALSE, nullptr, 0, 0},
-    {"PcieDevice", 0x80000, nullptr, FALSE, nullptr, 0, 0},
-    {"PcieTopology", 0x80000, nullptr, FALSE, nullptr, 0, 0},
+    {"PcieDevice", 0x80000, QorFillPcieDevice, FALSE, nullptr, 0, 0},
+    {"PcieTopology", 0x80000, QorFillPcieTopology, FALSE, nullptr, 0, 0},
     {"MiscInfo", 0x80000, QorFillMiscInfo, FALSE, nullptr, 0, 0},
-    {"PcieResource", 0x80000, nullptr, FALSE, nullptr, 0, 0},
+    {"PcieResource", 0x80000, QorFillPcieResource, FALSE, nullptr, 0, 0},
     {"MemoryMap", 0x80000, QorFillMemoryMap, FALSE, nullptr, 0, 0},
     {"IioInfo", 0x10000, QorUpdateIioInfo, FALSE, nullptr, 0, 0},
 };

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 
@@ -22,7 +23,7 @@ const std::vector<std::string> kProtocolNames = {
     "custom",
     "ipmi",
     "iioSys",
-    "smbios", "cpuPower", "pciRootBridgeIo",
+    "smbios", "cpuPower", "pciRootBridgeIo", "pciIo", "nicDb", "firmwareManagement",
 };
 
 bool PcdExKey::operator<(const PcdExKey &Other) const {
@@ -102,7 +103,7 @@ std::vector<uint8_t> ParseMrcData(const JsonField &Mrc) {
   }
   if (auto Results = Mrc.Optional("socketResults")) {
     std::vector<uint8_t> Bytes = ParseMrcSocketResults(*Results);
-    std::memcpy(Data.data() + kMrcPpinCount * 8, Bytes.data(), Bytes.size());
+    if (!Bytes.empty()) std::memcpy(Data.data() + kMrcPpinCount * 8, Bytes.data(), Bytes.size());
   }
   return Data;
 }
@@ -235,7 +236,13 @@ void ParseSataDrives(const JsonField &Drives, SystemInformationDef *Def) {
 }
 
 void ParseCustomProtocol(const JsonField &Custom, Board *Out) {
-  Custom.AllowOnly({"sataPorts"});
+  Custom.AllowOnly({"sataPorts", "m2Names"});
+  if (auto Names = Custom.Optional("m2Names")) {
+    auto Elements = Names->Elements();
+    if (Elements.size() > 3) Names->Fail("at most 3 names: slot 251, slot 252 first and second choice");
+    Out->CustomProtocol.M2Names.clear();
+    for (const JsonField &Name : Elements) Out->CustomProtocol.M2Names.push_back(FieldText(Name, QOR_CUSTOM_M2_NAME_SIZE));
+  }
   if (auto Ports = Custom.Optional("sataPorts")) {
     auto Elements = Ports->Elements();
     if (Elements.size() > QOR_CUSTOM_SATA_PORT_COUNT) {
@@ -350,13 +357,42 @@ void ParseTpm(const JsonField &Tpm, Board *Out) {
   }
 }
 
+void ParseIioStacks(const JsonField &Stacks, SystemInformationDef *Def) {
+  Def->Stacks.reset();
+  if (Stacks.IsNull()) return;
+  auto Elements = Stacks.Elements();
+  if (Elements.size() > QOR_SYSINFO_STACK_MAX) Stacks.Fail("at most " + std::to_string(QOR_SYSINFO_STACK_MAX) + " stacks");
+  Def->Stacks.emplace();
+  for (const JsonField &Entry : Elements) {
+    Entry.AllowOnly({"valid", "segment", "rootPort", "buses"});
+    IioStackDef Stack;
+    if (auto Valid = Entry.Optional("valid")) Stack.Valid = Valid->Raw().IsBool() ? (Valid->Bool() ? 1 : 0) : static_cast<uint8_t>(Valid->Uint(255));
+    if (auto Segment = Entry.Optional("segment")) Stack.Segment = static_cast<uint16_t>(Segment->Uint(0xFFFF));
+    if (auto Port = Entry.Optional("rootPort")) {
+      auto Parts = Port->Elements();
+      if (Parts.size() != 3) Port->Fail("[bus, device, function]");
+      Stack.RootPort.Bus = static_cast<uint8_t>(Parts[0].Uint(0xFF));
+      Stack.RootPort.Device = static_cast<uint8_t>(Parts[1].Uint(0xFF));
+      Stack.RootPort.Function = static_cast<uint8_t>(Parts[2].Uint(0xFF));
+    }
+    if (auto Buses = Entry.Optional("buses")) {
+      auto Ends = Buses->Elements();
+      if (Ends.size() != 2) Buses->Fail("[bus base, bus limit]");
+      Stack.BusBase = static_cast<uint8_t>(Ends[0].Uint(0xFF));
+      Stack.BusLimit = static_cast<uint8_t>(Ends[1].Uint(0xFF));
+    }
+    Def->Stacks->push_back(Stack);
+  }
+}
+
 void ParseSystemInformation(const JsonField &Info, Board *Out) {
-  Info.AllowOnly({"dataBlock", "cpuBitMap", "stepping", "sataDrives", "patches"});
+  Info.AllowOnly({"dataBlock", "cpuBitMap", "stepping", "sataDrives", "stacks", "patches"});
   SystemInformationDef &Def = Out->SystemInformation;
   if (auto Present = Info.Optional("dataBlock")) Def.HasDataBlock = Present->Bool();
   if (auto BitMap = Info.Optional("cpuBitMap")) Def.CpuBitMap = static_cast<uint32_t>(BitMap->Uint(0xFFFFFFFF));
   if (auto Stepping = Info.Optional("stepping")) Def.Stepping = Stepping->String();
   if (auto Drives = Info.Optional("sataDrives")) ParseSataDrives(*Drives, &Def);
+  if (auto Stacks = Info.Optional("stacks")) ParseIioStacks(*Stacks, &Def);
   if (auto Patches = Info.Optional("patches")) {
     Def.Patches = ParseBytePatches(*Patches, kSystemInformationBlockSize, "block");
   }
@@ -540,10 +576,13 @@ Board ParseOverBase(const std::string &JsonText, bool IsBuiltIn) {
 Board ParseBoard(const std::string &JsonText) { return ParseOverBase(JsonText, false); }
 
 Board LoadBoardFile(const std::string &Path) {
+  std::error_code Error;
+  if (std::filesystem::is_directory(Path, Error)) throw BoardError(Path + ": is a directory, not a board file");
   std::ifstream In(Path, std::ios::binary);
   if (!In) throw BoardError(Path + ": cannot be read");
   std::stringstream Text;
   Text << In.rdbuf();
+  if (In.bad()) throw BoardError(Path + ": cannot be read");
   try {
     return ParseBoard(Text.str());
   } catch (const BoardError &Error) {

@@ -14,6 +14,7 @@
 #include "emulator/board_iio_training.h"
 #include "emulator/board_cpu_memory.h"
 #include "emulator/byte_patch.h"
+#include "emulator/pci/board_pci.h"
 #include "emulator/variable_store.h"
 #include "platform/uefi_base.h"
 
@@ -83,6 +84,7 @@ struct SataPortDef {
 // The qor custom protocol's data block.
 struct CustomProtocolDef {
   std::vector<SataPortDef> SataPorts;  // at most QOR_CUSTOM_SATA_PORT_COUNT
+  std::vector<std::string> M2Names;    // slot 251, slot 252 first and second choice
 };
 
 // The qor ipmi protocol: what the BMC answers to every request.
@@ -93,12 +95,23 @@ struct IpmiDef {
 
 constexpr size_t kCustomProtocolBlockSize = 0x8000;
 
+// One entry of the IIO stack table.
+struct IioStackDef {
+  uint8_t Valid = 1;
+  uint16_t Segment = 0;
+  PciLocation RootPort;
+  uint8_t BusBase = 0;
+  uint8_t BusLimit = 0;
+};
+
 // The data block behind the system information protocol.
 struct SystemInformationDef {
   bool HasDataBlock = true;        // false: the protocol's member is null
   uint32_t CpuBitMap = 0;
   std::string Stepping;            // stored as UCS-2
   std::vector<SataDriveDef> SataDrives;
+  // The IIO stack table as given; none: derived from the PCI root ports.
+  std::optional<std::vector<IioStackDef>> Stacks;
   std::vector<BytePatch> Patches;  // raw bytes at block offsets, applied last
 };
 

@@ -16,8 +16,6 @@ namespace qor::emu {
 
 namespace {
 
-constexpr size_t kPciConfigSize = 4096;
-
 uint8_t U8(const JsonField &Field) { return static_cast<uint8_t>(Field.Uint(0xFF)); }
 uint16_t U16(const JsonField &Field) { return static_cast<uint16_t>(Field.Uint(0xFFFF)); }
 uint32_t U32(const JsonField &Field) { return static_cast<uint32_t>(Field.Uint(0xFFFFFFFF)); }
@@ -214,72 +212,6 @@ std::vector<uint8_t> Checked(const JsonField &Record, Build Make) {
   }
 }
 
-// ---------------------------------------------------------------- PCI
-
-PciFunctionDef ParseFunction(const JsonField &Entry) {
-  Entry.AllowOnly({"bdf", "vendorId", "deviceId", "revisionId", "classCode", "headerType", "subsystemVendorId",
-                   "subsystemId", "config"});
-  PciFunctionDef F;
-  std::string Bdf = Entry.At("bdf").String();
-  unsigned Segment = 0, Bus = 0, Device = 0, Function = 0;
-  char Tail = 0;
-  bool Ok = std::sscanf(Bdf.c_str(), "%x:%x:%x.%x%c", &Segment, &Bus, &Device, &Function, &Tail) == 4;
-  if (!Ok) {
-    Segment = 0;
-    Ok = std::sscanf(Bdf.c_str(), "%x:%x.%x%c", &Bus, &Device, &Function, &Tail) == 3;
-  }
-  if (!Ok || Segment > 0xFFFF || Bus > 0xFF || Device > 31 || Function > 7) {
-    Entry.At("bdf").Fail("\"BB:DD.F\" or \"SSSS:BB:DD.F\" in hexadecimal (device up to 1f, function up to 7)");
-  }
-  F.Segment = static_cast<uint16_t>(Segment);
-  F.Bus = static_cast<uint8_t>(Bus);
-  F.Device = static_cast<uint8_t>(Device);
-  F.Function = static_cast<uint8_t>(Function);
-  F.Config.assign(kPciConfigSize, 0);
-  if (auto Config = Entry.Optional("config")) {
-    std::vector<uint8_t> Bytes = Config->Bytes();
-    if (Bytes.size() > kPciConfigSize) Config->Fail("at most 4096 configuration bytes");
-    std::copy(Bytes.begin(), Bytes.end(), F.Config.begin());
-  } else if (!Entry.Has("vendorId")) {
-    Entry.Fail("a \"vendorId\" or the \"config\" bytes");
-  }
-  auto Put = [&F](size_t Offset, uint64_t Value, int Bytes) {
-    for (int I = 0; I < Bytes; I++) F.Config[Offset + I] = static_cast<uint8_t>(Value >> (8 * I));
-  };
-  if (auto V = Entry.Optional("vendorId")) Put(0x00, V->Uint(0xFFFF), 2);
-  if (auto V = Entry.Optional("deviceId")) Put(0x02, V->Uint(0xFFFF), 2);
-  if (auto V = Entry.Optional("revisionId")) Put(0x08, V->Uint(0xFF), 1);
-  if (auto V = Entry.Optional("classCode")) Put(0x09, V->Uint(0xFFFFFF), 3);
-  if (auto V = Entry.Optional("headerType")) Put(0x0E, V->Uint(0xFF), 1);
-  if (auto V = Entry.Optional("subsystemVendorId")) Put(0x2C, V->Uint(0xFFFF), 2);
-  if (auto V = Entry.Optional("subsystemId")) Put(0x2E, V->Uint(0xFFFF), 2);
-  return F;
-}
-
-PciRootBridgeDef ParseRootBridge(const JsonField &Entry) {
-  Entry.AllowOnly({"segment", "busRanges", "configuration"});
-  PciRootBridgeDef Bridge;
-  Bridge.Segment = Get<uint16_t>(Entry, "segment", 0, U16);
-  if (auto Configuration = Entry.Optional("configuration")) {
-    if (Configuration->String() != "unsupported") Configuration->Fail("\"unsupported\" (or leave it out)");
-    Bridge.ConfigurationUnsupported = true;
-  }
-  if (auto Ranges = Entry.Optional("busRanges")) {
-    for (const JsonField &Range : Ranges->Elements()) {
-      auto Ends = Range.Elements();
-      if (Ends.size() != 2) Range.Fail("a range [first bus, last bus]");
-      uint16_t First = static_cast<uint16_t>(Ends[0].Uint(255));
-      uint16_t Last = static_cast<uint16_t>(Ends[1].Uint(255));
-      if (Last < First) Range.Fail("a last bus not below the first");
-      Bridge.BusRanges.emplace_back(First, Last);
-    }
-  }
-  if (!Bridge.ConfigurationUnsupported && Bridge.BusRanges.empty()) {
-    Entry.Fail("\"busRanges\" or \"configuration\": \"unsupported\"");
-  }
-  return Bridge;
-}
-
 // ---------------------------------------------------------------- HOBs
 
 QOR_DIMM_MAP_ENTRY DimmMapEntry(uint8_t Socket, uint8_t Channel, uint8_t Dimm, uint8_t Index, uint8_t Number,
@@ -441,24 +373,6 @@ void ParseSmbios(const JsonField &Smbios, Board *Out) {
   for (const JsonField &Device : DeviceList) {
     uint16_t Handle = Handles.Take(Device);
     Def.Records.push_back(Checked(Device, [&] { return BuildMemoryDevice(Device, Handle); }));
-  }
-}
-
-void ParsePci(const JsonField &Pci, Board *Out) {
-  Pci.AllowOnly({"rootBridges", "functions"});
-  if (auto Bridges = Pci.Optional("rootBridges")) {
-    Out->Pci.RootBridges.clear();
-    for (const JsonField &Entry : Bridges->Elements()) Out->Pci.RootBridges.push_back(ParseRootBridge(Entry));
-  }
-  if (auto Functions = Pci.Optional("functions")) {
-    Out->Pci.Functions.clear();
-    std::set<uint64_t> Seen;
-    for (const JsonField &Entry : Functions->Elements()) {
-      PciFunctionDef F = ParseFunction(Entry);
-      uint64_t Key = (uint64_t{F.Segment} << 16) | (uint64_t{F.Bus} << 8) | (uint64_t{F.Device} << 3) | F.Function;
-      if (!Seen.insert(Key).second) Entry.At("bdf").Fail("a function address not listed before");
-      Out->Pci.Functions.push_back(std::move(F));
-    }
   }
 }
 

@@ -1,6 +1,6 @@
-// Board members for processors and memory: SMBIOS records, the PCI
-// configuration space and root bridges, the processor speed, DIMM map and
-// memory map HOBs, and the CPU power data (docs/board-cpu-memory.md).
+// Board members for processors and memory: SMBIOS records, the processor
+// speed, DIMM map and memory map HOBs, and the CPU power data
+// (docs/board-cpu-memory.md).
 #ifndef QOR_EMULATOR_BOARD_CPU_MEMORY_H_
 #define QOR_EMULATOR_BOARD_CPU_MEMORY_H_
 
@@ -23,29 +23,6 @@ struct SmbiosDef {
   uint8_t MajorVersion = 3;
   uint8_t MinorVersion = 6;
   std::vector<std::vector<uint8_t>> Records;
-};
-
-// One PCI function and its 4 KiB configuration space.
-struct PciFunctionDef {
-  uint16_t Segment = 0;
-  uint8_t Bus = 0;
-  uint8_t Device = 0;
-  uint8_t Function = 0;
-  std::vector<uint8_t> Config;  // 4096 bytes
-};
-
-// A PCI host bridge: the buses it decodes, reported through Configuration()
-// as bus-range descriptors, or EFI_UNSUPPORTED when the bridge cannot tell
-// (it then decodes every bus of its segment).
-struct PciRootBridgeDef {
-  uint16_t Segment = 0;
-  std::vector<std::pair<uint16_t, uint16_t>> BusRanges;
-  bool ConfigurationUnsupported = false;
-};
-
-struct PciDef {
-  std::vector<PciRootBridgeDef> RootBridges;
-  std::vector<PciFunctionDef> Functions;
 };
 
 struct MemoryMapDataDimmDef {
@@ -80,7 +57,6 @@ struct CpuPowerDef {
 
 // Parsers of the members above (board_cpu_memory.cpp).
 void ParseSmbios(const JsonField &Smbios, Board *Out);
-void ParsePci(const JsonField &Pci, Board *Out);
 void ParseCpuPower(const JsonField &CpuPower, Board *Out);
 // Members of "hobs": "processorSpeed", "dimmMap", "memoryMap".
 void ParseCpuMemoryHobs(const JsonField &Hobs, Board *Out);

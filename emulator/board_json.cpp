@@ -1,6 +1,9 @@
 #include "emulator/board_json.h"
 
 #include <rapidjson/error/en.h>
+#include <rapidjson/memorystream.h>
+#include <rapidjson/encodedstream.h>
+#include <rapidjson/reader.h>
 
 #include <cctype>
 #include <cstdio>
@@ -169,8 +172,42 @@ void ApplyBytePatches(std::vector<uint8_t> *Block, const std::vector<BytePatch> 
   }
 }
 
+namespace {
+
+// Comments and trailing commas are allowed; text must be UTF-8, so that
+// everything a board carries can be written back out as valid JSON.
+constexpr unsigned kBoardParseFlags =
+    rapidjson::kParseCommentsFlag | rapidjson::kParseTrailingCommasFlag | rapidjson::kParseValidateEncodingFlag;
+
+// Counts how deep arrays and objects nest and stops the reader past the
+// bound, before anything recursive (the document parser, merging, copying)
+// sees the text.
+struct NestingGuard : rapidjson::BaseReaderHandler<rapidjson::UTF8<>, NestingGuard> {
+  size_t Depth = 0;
+  bool TooDeep = false;
+  bool Enter() {
+    TooDeep = ++Depth > kMaxBoardNesting;
+    return !TooDeep;
+  }
+  bool StartObject() { return Enter(); }
+  bool StartArray() { return Enter(); }
+  bool EndObject(rapidjson::SizeType) { return Depth-- > 0; }
+  bool EndArray(rapidjson::SizeType) { return Depth-- > 0; }
+};
+
+}  // namespace
+
 void ParseBoardDocument(const std::string &Text, rapidjson::Document *Document) {
-  Document->Parse<rapidjson::kParseCommentsFlag | rapidjson::kParseTrailingCommasFlag>(Text.c_str(), Text.size());
+  rapidjson::MemoryStream Memory(Text.data(), Text.size());
+  rapidjson::EncodedInputStream<rapidjson::UTF8<>, rapidjson::MemoryStream> Stream(Memory);
+  rapidjson::Reader Reader;
+  NestingGuard Guard;
+  Reader.Parse<kBoardParseFlags | rapidjson::kParseIterativeFlag>(Stream, Guard);
+  if (Guard.TooDeep) {
+    throw BoardError("board: arrays and objects nest more than " + std::to_string(kMaxBoardNesting) +
+                     " levels deep at offset " + std::to_string(Reader.GetErrorOffset()));
+  }
+  Document->Parse<kBoardParseFlags>(Text.c_str(), Text.size());
   if (Document->HasParseError()) {
     throw BoardError("board: not valid JSON at offset " + std::to_string(Document->GetErrorOffset()) + ": " +
                      rapidjson::GetParseError_En(Document->GetParseError()));

@@ -58,8 +58,13 @@ std::vector<BytePatch> ParseBytePatches(const JsonField &Patches, uint64_t Block
 // Writes the patches into Block (which holds the whole block).
 void ApplyBytePatches(std::vector<uint8_t> *Block, const std::vector<BytePatch> &Patches);
 
-// Parses a JSON text (comments and trailing commas allowed) into Document,
-// throwing BoardError with the offset of a syntax error.
+// How deep arrays and objects may nest in a board. A PCI tree of 256 buses
+// behind one another, two levels per bus, stays well inside it.
+constexpr size_t kMaxBoardNesting = 1024;
+
+// Parses a JSON text (comments and trailing commas allowed, UTF-8 only,
+// nesting at most kMaxBoardNesting) into Document, throwing BoardError with
+// the offset of the fault.
 void ParseBoardDocument(const std::string &Text, rapidjson::Document *Document);
 
 EFI_GUID ParseGuidText(const std::string &Text, bool *Ok);

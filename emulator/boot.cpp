@@ -71,7 +71,12 @@ BootResult RunBoot(const Board &Board, const std::vector<Variable> *Variables, c
   Result.AllocationsHeldAtEnd = Fw.GetPool().LiveAllocationCount();
   Result.ServiceCalls = Fw.Counters().Calls;
   Result.CpuAccesses = Plat.CpuAccessCount();
-  Result.PciConfigReads = Plat.Pci().ReadCount();
+  Result.PciConfigReads = Plat.Pci().TotalReads();
+  Result.PciConfigWrites = Plat.Pci().TotalWrites();
+  Result.PciAbsentReads = Plat.Pci().AbsentCounts().Reads;
+  for (const auto &[Location, Function] : Plat.Pci().Functions()) {
+    Result.PciFunctionCosts.push_back({Location.Text(), Function->Counts().Reads, Function->Counts().Writes});
+  }
   if (const SmbiosStore *Smbios = Plat.Smbios()) {
     Result.SmbiosDump = SmbiosDumpFile(Smbios->Records(), Smbios->MajorVersion(), Smbios->MinorVersion());
   }

@@ -18,22 +18,12 @@ const std::vector<std::string> kSectionNames = {
     "OnBoardSataInfo", "PcieDevice", "PcieTopology", "MiscInfo", "PcieResource", "MemoryMap", "IioInfo",
 };
 
-namespace {
-
-using Writer = rapidjson::PrettyWriter<rapidjson::StringBuffer>;
-
 std::string StatusText(EFI_STATUS Status) {
   const char *Text = QorStatusText(Status);
   if (Text != nullptr) return Text;
   char Hex[24];
   std::snprintf(Hex, sizeof(Hex), "0x%llX", static_cast<unsigned long long>(Status));
   return Hex;
-}
-
-std::string Hex(uint64_t Value, int Digits) {
-  char Text[24];
-  std::snprintf(Text, sizeof(Text), "0x%0*llX", Digits, static_cast<unsigned long long>(Value));
-  return Text;
 }
 
 std::string BytesHex(const std::vector<uint8_t> &Bytes) {
@@ -55,8 +45,51 @@ const char *ResetTypeName(EFI_RESET_TYPE Type) {
   }
 }
 
+// Text as valid UTF-8: every byte that does not start a well-formed
+// sequence becomes U+FFFD. Debug lines and variable data can carry any
+// bytes a board put in firmware tables; the report must stay valid JSON.
+std::string ValidUtf8(const std::string &Text) {
+  std::string Out;
+  Out.reserve(Text.size());
+  for (size_t I = 0; I < Text.size();) {
+    const auto Byte = [&](size_t K) { return static_cast<unsigned char>(Text[I + K]); };
+    const unsigned char Lead = Byte(0);
+    size_t Length = Lead < 0x80 ? 1 : Lead >= 0xC2 && Lead <= 0xDF ? 2 : Lead >= 0xE0 && Lead <= 0xEF ? 3
+                  : Lead >= 0xF0 && Lead <= 0xF4 ? 4 : 0;
+    bool Ok = Length != 0 && I + Length <= Text.size();
+    for (size_t K = 1; Ok && K < Length; K++) Ok = (Byte(K) & 0xC0) == 0x80;
+    // No overlong forms, surrogates or code points above U+10FFFF.
+    if (Ok && Length >= 3) {
+      const unsigned char Second = Byte(1);
+      Ok = !(Lead == 0xE0 && Second < 0xA0) && !(Lead == 0xED && Second > 0x9F) && !(Lead == 0xF0 && Second < 0x90) &&
+           !(Lead == 0xF4 && Second > 0x8F);
+    }
+    if (Ok) {
+      Out.append(Text, I, Length);
+      I += Length;
+    } else {
+      Out += "\xEF\xBF\xBD";
+      I++;
+    }
+  }
+  return Out;
+}
+
+namespace {
+
+using Writer = rapidjson::PrettyWriter<rapidjson::StringBuffer>;
+
+std::string Hex(uint64_t Value, int Digits) {
+  char Text[24];
+  std::snprintf(Text, sizeof(Text), "0x%0*llX", Digits, static_cast<unsigned long long>(Value));
+  return Text;
+}
+
 void Key(Writer &W, const char *Name) { W.Key(Name); }
-void Str(Writer &W, const std::string &Text) { W.String(Text.c_str(), static_cast<rapidjson::SizeType>(Text.size())); }
+void Str(Writer &W, const std::string &Text) {
+  const std::string Valid = ValidUtf8(Text);
+  W.String(Valid.c_str(), static_cast<rapidjson::SizeType>(Valid.size()));
+}
 
 }  // namespace
 
@@ -236,6 +269,23 @@ std::string BootReportJson(const Board &Board, const BootResult &Result, int Boo
   W.Uint64(Result.CpuAccesses);
   Key(W, "pciConfigReads");
   W.Uint64(Result.PciConfigReads);
+  Key(W, "pciConfigWrites");
+  W.Uint64(Result.PciConfigWrites);
+  Key(W, "pciAbsentFunctionReads");
+  W.Uint64(Result.PciAbsentReads);
+  Key(W, "pciFunctions");
+  W.StartArray();
+  for (const auto &Cost : Result.PciFunctionCosts) {
+    W.StartObject();
+    Key(W, "location");
+    Str(W, Cost.Location);
+    Key(W, "reads");
+    W.Uint64(Cost.Reads);
+    Key(W, "writes");
+    W.Uint64(Cost.Writes);
+    W.EndObject();
+  }
+  W.EndArray();
   Key(W, "serviceCalls");
   W.StartObject();
   uint64_t Total = 0;

@@ -41,7 +41,12 @@ UINT32 EFIAPI PciExpressRead(UINT64 Address, UINT32 Width) {
   Current().CountCpuAccess();
   PciLocation Location{0, static_cast<uint8_t>(Address >> 20), static_cast<uint8_t>((Address >> 15) & 0x1F),
                        static_cast<uint8_t>((Address >> 12) & 0x7)};
-  return static_cast<UINT32>(Current().Pci().Read(Location, static_cast<uint32_t>(Address & 0xFFF), Width));
+  // A failing read ends as a master abort: all ones.
+  uint64_t Value = 0;
+  if (EFI_ERROR(Current().Pci().Read(Location, static_cast<uint32_t>(Address & 0xFFF), Width, &Value))) {
+    Value = ~uint64_t{0};
+  }
+  return static_cast<UINT32>(Value);
 }
 }  // namespace
 

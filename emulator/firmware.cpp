@@ -6,6 +6,9 @@
 #include <cstdarg>
 #include <cstring>
 
+#include "emulator/device_path_util.h"
+#include "platform/guids.h"
+
 namespace qor::emu {
 
 namespace {
@@ -677,14 +680,34 @@ EFI_STATUS Firmware::LocateProtocol(const EFI_GUID *Protocol, void *Registration
   return EFI_NOT_FOUND;
 }
 
+// The handle carrying Protocol whose device path is the longest prefix of
+// the first instance of *DevicePath; *DevicePath then points past it.
 EFI_STATUS Firmware::LocateDevicePath(const EFI_GUID *Protocol, EFI_DEVICE_PATH_PROTOCOL **DevicePath,
                                       EFI_HANDLE *Device) {
   Count("LocateDevicePath");
-  // Device paths arrive with the PCI model; until a board has one nothing matches.
-  if (Protocol == nullptr || DevicePath == nullptr || *DevicePath == nullptr || Device == nullptr) {
-    return EFI_INVALID_PARAMETER;
+  if (Protocol == nullptr || DevicePath == nullptr || *DevicePath == nullptr) return EFI_INVALID_PARAMETER;
+  long SourceSize = DevicePathFirstInstanceBytes(*DevicePath);
+  if (SourceSize < 0) return EFI_NOT_FOUND;
+  HandleRecord *Best = nullptr;
+  long BestSize = -1;
+  for (HandleRecord *Handle : HandlesWith(*Protocol)) {
+    for (auto &Entry : Handle->Interfaces) {
+      if (!SameGuid(Entry.Guid, gEfiDevicePathProtocolGuid) || Entry.Interface == nullptr) continue;
+      long Size = DevicePathPrefixBytes(static_cast<EFI_DEVICE_PATH_PROTOCOL *>(Entry.Interface));
+      // A second handle with an equally long match is a firmware error; the
+      // first one found wins.
+      if (Size >= 0 && Size <= SourceSize && Size > BestSize &&
+          std::memcmp(Entry.Interface, *DevicePath, static_cast<size_t>(Size)) == 0) {
+        Best = Handle;
+        BestSize = Size;
+      }
+    }
   }
-  return EFI_NOT_FOUND;
+  if (Best == nullptr) return EFI_NOT_FOUND;
+  if (Device == nullptr) return EFI_INVALID_PARAMETER;
+  *Device = Best;
+  *DevicePath = reinterpret_cast<EFI_DEVICE_PATH_PROTOCOL *>(reinterpret_cast<uint8_t *>(*DevicePath) + BestSize);
+  return EFI_SUCCESS;
 }
 
 // ---------------------------------------------------------------- memory

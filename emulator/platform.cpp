@@ -1,8 +1,10 @@
 #include "emulator/platform.h"
 
 #include <algorithm>
+#include <map>
 
 #include "emulator/pcd_database.h"
+#include "emulator/pci/pci_bus_from_board.h"
 #include "platform/guids.h"
 
 namespace qor::emu {
@@ -23,6 +25,8 @@ Platform *Platform::Current() { return gPlatform; }
 Platform::Platform(Firmware &Fw, const Board &Board)
     : Fw_(Fw), Board_(Board), Io_(Board_.IoPorts, Board_.Iio.IndexedIo) {
   Pcds_ = std::make_unique<PcdDatabase>(Board_);
+  BuildPciBus(Board_, &Pci_);
+  Enumerated_ = Pci_.Enumerate();
   for (const auto &Name : Board_.Faults.FailVariableGet) Fw_.Variables().FailGet(ToU16(Name));
   for (const auto &Name : Board_.Faults.FailVariableSet) Fw_.Variables().FailSet(ToU16(Name));
   for (uint64_t Ordinal : Board_.Faults.FailAllocations) Fw_.GetPool().FailAllocation(Ordinal);
@@ -70,7 +74,7 @@ void Platform::Install() {
     InstallOnNewHandle(gQorSpiProtocolGuid, &Spi_);
   }
   if (!IsMissing("systemInformation")) {
-    SystemInformationBlock_ = BuildSystemInformationBlock(Board_);
+    SystemInformationBlock_ = BuildSystemInformationBlock(Board_, Enumerated_);
     SystemInformation_.DataBlock = Board_.SystemInformation.HasDataBlock ? SystemInformationBlock_.data() : nullptr;
     InstallOnNewHandle(gQorSystemInformationProtocolGuid, &SystemInformation_);
   }
@@ -109,11 +113,12 @@ void Platform::Install() {
     InstallOnNewHandle(gQorCpuPowerProtocolGuid, &CpuPower_);
   }
   if (!IsMissing("pciRootBridgeIo")) {
-    for (const PciRootBridgeDef &Def : Board_.Pci.RootBridges) {
+    for (const PciRootBridgeDef &Def : RootBridgesOf(Board_.Pci)) {
       RootBridges_.push_back(std::make_unique<PciRootBridgeIo>(Def, Pci_));
       InstallOnNewHandle(gEfiPciRootBridgeIoProtocolGuid, RootBridges_.back()->Protocol());
     }
   }
+  InstallPciDevices();
 
   // TPM, SATA, BMC transport
   if (!IsMissing("custom")) {
@@ -123,6 +128,45 @@ void Platform::Install() {
   if (!IsMissing("ipmi")) {
     InitIpmiProtocol(&Ipmi_);
     InstallOnNewHandle(gQorIpmiProtocolGuid, &Ipmi_);
+  }
+}
+
+// One handle per function in enumeration order, as the bus driver creates
+// them, each with its PCI I/O instance and device path; then the
+// firmware-management instances of their drivers, function by function; the
+// nic db.
+void Platform::InstallPciDevices() {
+  std::map<PciLocation, const PciFunctionDef *> Defs;
+  for (const PciFunctionDef &F : Board_.Pci.Functions) Defs[F.Location()] = &F;
+  std::vector<EFI_HANDLE> Handles;
+  for (const EnumeratedFunction &Entry : Enumerated_) {
+    EFI_HANDLE Handle = nullptr;
+    if (!IsMissing("pciIo")) {
+      PciIo_.push_back(std::make_unique<PciIoDevice>(Pci_, Entry));
+      Fw_.InstallProtocol(&Handle, gEfiDevicePathProtocolGuid, PciIo_.back()->DevicePath());
+      Fw_.InstallProtocol(&Handle, gEfiPciIoProtocolGuid, PciIo_.back()->Protocol());
+    }
+    Handles.push_back(Handle);
+  }
+  if (!IsMissing("firmwareManagement")) {
+    for (size_t I = 0; I < Enumerated_.size(); I++) {
+      auto It = Defs.find(Enumerated_[I].Function->Location());
+      if (It == Defs.end()) continue;
+      const auto &Config = Enumerated_[I].Function->Bytes();
+      uint16_t Class = static_cast<uint16_t>(Config[0x0B] << 8 | Config[0x0A]);
+      for (size_t K = 0; K < It->second->FirmwareImages.size(); K++) {
+        FirmwareManagement_.push_back(std::make_unique<FirmwareManagementInstance>(
+            It->second->FirmwareImages[K], Enumerated_[I].DevicePath, Class, K));
+        FirmwareManagementInstance &Instance = *FirmwareManagement_.back();
+        EFI_HANDLE Handle = Instance.OnFunctionHandle() ? Handles[I] : nullptr;
+        if (Handle == nullptr) Fw_.InstallProtocol(&Handle, gEfiDevicePathProtocolGuid, Instance.DevicePath());
+        Fw_.InstallProtocol(&Handle, gEfiFirmwareManagementProtocolGuid, Instance.Protocol());
+      }
+    }
+  }
+  if (!IsMissing("nicDb")) {
+    NicDb_ = std::make_unique<NicDb>(Board_.Pci, Enumerated_);
+    InstallOnNewHandle(gQorNicDbProtocolGuid, NicDb_->Protocol());
   }
 }
 

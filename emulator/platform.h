@@ -14,8 +14,11 @@
 #include "emulator/cpu_memory_data.h"
 #include "emulator/firmware.h"
 #include "emulator/io_ports.h"
-#include "emulator/pci_model.h"
-#include "emulator/pci_root_bridge_io.h"
+#include "emulator/pci/firmware_management.h"
+#include "emulator/pci/nic_db.h"
+#include "emulator/pci/pci_bus.h"
+#include "emulator/pci/pci_io.h"
+#include "emulator/pci/pci_root_bridge_io.h"
 #include "emulator/smbios_protocol.h"
 #include "platform/cpu_access.h"
 #include "platform/vendor_protocols.h"
@@ -71,8 +74,14 @@ class Platform {
   std::vector<std::string> TriggersInstalled() const { return Triggers_; }
   uint64_t CpuAccessCount() const { return CpuAccesses_; }
   IoPortSpace &Io() { return Io_; }
-  // The machine's PCI configuration space.
-  PciModel &Pci() { return Pci_; }
+  // The machine's PCI bus.
+  PciBus &Pci() { return Pci_; }
+  // The functions in the order the bus driver found them (and the PCI I/O
+  // handles were created).
+  const std::vector<EnumeratedFunction> &PciFunctions() const { return Enumerated_; }
+  const std::vector<std::unique_ptr<FirmwareManagementInstance>> &FirmwareManagement() const {
+    return FirmwareManagement_;
+  }
   // The SMBIOS protocol's store (nullptr when the board has no SMBIOS).
   const SmbiosStore *Smbios() const { return Smbios_.get(); }
 
@@ -83,6 +92,7 @@ class Platform {
 
  private:
   void InstallOnNewHandle(const EFI_GUID &Guid, void *Interface);
+  void InstallPciDevices();
 
   Firmware &Fw_;
   Board Board_;
@@ -104,8 +114,12 @@ class Platform {
   std::vector<uint8_t> IioData_;
   QOR_IIO_SYS_PROTOCOL IioSys_{};
   std::vector<uint8_t> MemoryMapBlock_;  // the memory map HOB points here
-  PciModel Pci_ = BuildPciModel(Board_);
+  PciBus Pci_;
   std::vector<std::unique_ptr<PciRootBridgeIo>> RootBridges_;
+  std::vector<std::unique_ptr<PciIoDevice>> PciIo_;
+  std::vector<EnumeratedFunction> Enumerated_;
+  std::vector<std::unique_ptr<FirmwareManagementInstance>> FirmwareManagement_;
+  std::unique_ptr<NicDb> NicDb_;
   std::unique_ptr<SmbiosStore> Smbios_;
   CpuPowerData CpuPowerData_;
   QOR_CPU_POWER_PROTOCOL CpuPower_{};
@@ -138,7 +152,7 @@ void InitJsonProtocol(QOR_JSON_PROTOCOL *Protocol);
 void InitQuickTransProtocol(QOR_QUICK_TRANS_PROTOCOL *Protocol);
 void InitSpiProtocol(QOR_SPI_PROTOCOL *Protocol);
 void InitCpuAccessProtocol(QOR_HOST_CPU_ACCESS_PROTOCOL *Protocol);
-std::vector<uint8_t> BuildSystemInformationBlock(const Board &Board);
+std::vector<uint8_t> BuildSystemInformationBlock(const Board &Board, const std::vector<EnumeratedFunction> &Pci);
 std::vector<uint8_t> BuildSystemTopologyBlock(const Board &Board);
 void InitIpmiProtocol(QOR_IPMI_PROTOCOL *Protocol);
 std::vector<uint8_t> BuildCustomProtocolBlock(const Board &Board);

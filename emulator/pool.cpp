@@ -1,6 +1,7 @@
 #include "emulator/pool.h"
 
 #include <cstdlib>
+#include <cstring>
 
 namespace qor::emu {
 
@@ -21,7 +22,7 @@ void *Pool::Allocate(size_t Size) {
     Counters_.FailedAllocations++;
     return nullptr;
   }
-  for (size_t I = 0; I < Size; I++) static_cast<unsigned char *>(Buffer)[I] = 0xAF;
+  std::memset(Buffer, 0xAF, Size);
   Live_[Buffer] = Size;
   Counters_.Allocations++;
   Counters_.BytesAllocated += Size;

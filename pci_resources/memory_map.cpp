@@ -248,7 +248,11 @@ EFI_STATUS QorFillMemoryMap(UPLOAD_SECTION *Section) {
     QorDebugPrint(DEBUG_ERROR, "%a: out of resources building the document.\n", "QorFillMemoryMap");
   } else {
     UINTN Length = QorAsciiStrLen(Text);
-    if (Length < Section->MaxSize && Section->Buffer != nullptr) {
+    if (Section->Buffer == nullptr) {
+      QorDebugPrint(DEBUG_ERROR,
+                    "%a: the section has no buffer (its allocation failed), document of %lu bytes dropped.\n",
+                    "QorFillMemoryMap", (UINT64)Length);
+    } else if (Length < Section->MaxSize) {
       QorCopyMem(Section->Buffer, Text, Length);
       Section->Length = Length;
     } else {

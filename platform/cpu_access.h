@@ -6,6 +6,9 @@
 #include "platform/uefi_base.h"
 
 #define QOR_MSR_IA32_BIOS_SIGN_ID 0x8B
+// Bits 15:8: maximum non-turbo ratio; the time-stamp counter ticks at that
+// ratio times 100 MHz.
+#define QOR_MSR_PLATFORM_INFO 0xCE
 
 // Forgets located hooks; called by the library constructors.
 VOID QorCpuAccessInit(VOID);
@@ -14,6 +17,10 @@ UINT64 QorReadMsr(UINT32 Index);
 UINT8 QorIoRead8(UINT16 Port);
 VOID QorIoWrite8(UINT16 Port, UINT8 Value);
 UINT8 QorMmioRead8(UINTN Address);
+UINT16 QorMmioRead16(UINTN Address);
+UINT32 QorMmioRead32(UINTN Address);
+// The time-stamp counter.
+UINT64 QorReadTsc(VOID);
 // Silicon register access in PCI Express layout:
 // bus << 20 | device << 15 | function << 12 | register.
 UINT8 QorPciExpressRead8(UINTN Address);
@@ -30,6 +37,7 @@ typedef struct {
   VOID(EFIAPI *IoWrite8)(UINT16 Port, UINT8 Value);
   UINT64(EFIAPI *MmioRead)(UINT64 Address, UINT32 Width);
   UINT32(EFIAPI *PciExpressRead)(UINT64 Address, UINT32 Width);
+  UINT64(EFIAPI *ReadTsc)(VOID);
 } QOR_HOST_CPU_ACCESS_PROTOCOL;
 
 #endif  // QOR_PLATFORM_CPU_ACCESS_H_

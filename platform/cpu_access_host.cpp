@@ -29,6 +29,17 @@ UINT8 QorMmioRead8(UINTN Address) {
   return CpuAccess() != nullptr ? (UINT8)CpuAccess()->MmioRead(Address, 1) : 0xFF;
 }
 
+UINT16 QorMmioRead16(UINTN Address) {
+  return CpuAccess() != nullptr ? (UINT16)CpuAccess()->MmioRead(Address, 2) : 0xFFFF;
+}
+UINT32 QorMmioRead32(UINTN Address) {
+  return CpuAccess() != nullptr ? (UINT32)CpuAccess()->MmioRead(Address, 4) : 0xFFFFFFFFU;
+}
+// Without the emulator's counter the time-stamp counter stands still; timed
+// waits are bounded by their own iteration count, so they still end.
+UINT64 QorReadTsc(VOID) {
+  return (CpuAccess() != nullptr && CpuAccess()->ReadTsc != nullptr) ? CpuAccess()->ReadTsc() : 0;
+}
 UINT8 QorPciExpressRead8(UINTN Address) {
   return CpuAccess() != nullptr ? (UINT8)CpuAccess()->PciExpressRead(Address, 1) : 0xFF;
 }

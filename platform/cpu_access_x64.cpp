@@ -25,6 +25,15 @@ UINT8 QorIoRead8(UINT16 Port) {
 VOID QorIoWrite8(UINT16 Port, UINT8 Value) { __asm__ __volatile__("outb %b0, %w1" : : "a"(Value), "Nd"(Port)); }
 
 UINT8 QorMmioRead8(UINTN Address) { return *(volatile UINT8 *)Address; }
+UINT16 QorMmioRead16(UINTN Address) { return *(volatile UINT16 *)Address; }
+UINT32 QorMmioRead32(UINTN Address) { return *(volatile UINT32 *)Address; }
+
+UINT64 QorReadTsc(VOID) {
+  UINT32 Low;
+  UINT32 High;
+  __asm__ __volatile__("rdtsc" : "=a"(Low), "=d"(High));
+  return ((UINT64)High << 32) | Low;
+}
 
 UINT8 QorPciExpressRead8(UINTN Address) { return *(volatile UINT8 *)(QOR_PCI_EXPRESS_BASE_ADDRESS + Address); }
 

@@ -38,4 +38,19 @@ extern CONST EFI_GUID gEfiPciRootBridgeIoProtocolGuid;
 extern CONST EFI_GUID gQorSetupVariableGuid;
 extern CONST EFI_GUID gQorWakeupTypeVariableGuid;
 
+extern CONST EFI_GUID gEfiPciIoProtocolGuid;
+extern CONST EFI_GUID gEfiDevicePathProtocolGuid;
+extern CONST EFI_GUID gEfiFirmwareManagementProtocolGuid;
+extern CONST EFI_GUID gEfiNvmExpressPassThruProtocolGuid;
+extern CONST EFI_GUID gQorNicDbProtocolGuid;
+extern CONST EFI_GUID gQorVendorNvmeControllerProtocolGuid;
+extern CONST EFI_GUID gQorVrocDeviceInfoProtocolGuid;
+extern CONST EFI_GUID gQorCpuCsrAccessProtocolGuid;
+extern CONST EFI_GUID gQorSkobiofBf2VariableGuid;
+extern CONST EFI_GUID gQorFixedBootPrioritiesGuid;
+extern CONST EFI_GUID gQorRecoveryBootModeGuid;
+extern CONST EFI_GUID gQorJdNicSlotGuid;
+extern CONST EFI_GUID gQorSocketMpLinkConfigGuid;
+extern CONST EFI_GUID gQorOnboardPcdTokenSpaceGuid;
+
 #endif  // QOR_PLATFORM_GUIDS_H_

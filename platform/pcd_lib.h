@@ -14,6 +14,9 @@
 #define QOR_PCD_TOKEN_CODE 44
 #define QOR_PCD_TOKEN_EXT_VERSION_ALT 48
 #define QOR_PCD_TOKEN_SATA_DRIVE_COUNT 351
+// Bus partition: divisor (32-bit) and mode (3 or 15) that map buses to sockets.
+#define QOR_PCD_TOKEN_BUS_PARTITION_DIVISOR 320
+#define QOR_PCD_TOKEN_BUS_PARTITION_MODE 347
 // Dynamic-ex tokens of the CustomerId token space.
 #define QOR_PCD_EX_TOKEN_CUSTOMER_ID 2
 #define QOR_PCD_EX_TOKEN_MAX_SATA 169

@@ -20,6 +20,29 @@
 #define QOR_SYSINFO_SATA_DRIVES_END \
   (QOR_SYSINFO_SATA_DRIVES_OFFSET + QOR_SYSINFO_SATA_DRIVES_MAX * QOR_SYSINFO_SATA_DRIVE_ENTRY_SIZE)
 
+// IIO stack table: which buses each stack decodes and where its root port
+// sits. A count byte, then QOR_SYSINFO_STACK_MAX entries (unused ones have
+// Valid 0). The driver matches a device's segment and bus against the
+// valid entries to find the root port above it.
+#define QOR_SYSINFO_STACK_COUNT_OFFSET 2048
+#define QOR_SYSINFO_STACK_TABLE_OFFSET 2052
+#define QOR_SYSINFO_STACK_MAX 64
+#pragma pack(push, 1)
+typedef struct {
+  UINT8 Valid;           // 1: the stack exists
+  UINT8 Reserved;
+  UINT16 Segment;        // PCI segment the stack's buses belong to
+  UINT8 RootPortBus;     // location of the stack's root port
+  UINT8 RootPortDevice;
+  UINT8 RootPortFunction;
+  UINT8 BusBase;         // first and last bus the stack decodes
+  UINT8 BusLimit;
+  UINT8 Reserved2[3];
+} QOR_IIO_STACK_ENTRY;
+#pragma pack(pop)
+static_assert(sizeof(QOR_IIO_STACK_ENTRY) == 12, "IIO stack entry is 12 bytes");
+#define QOR_SYSINFO_STACK_TABLE_END (QOR_SYSINFO_STACK_TABLE_OFFSET + QOR_SYSINFO_STACK_MAX * 12)
+
 // Link speed index values.
 #define QOR_SATA_SPEED_UNKNOWN 0
 #define QOR_SATA_SPEED_1_5G 1
@@ -50,6 +73,62 @@ static_assert(offsetof(QOR_SATA_DRIVE_ENTRY, SpeedIndex) == 65, "SATA SpeedIndex
 static_assert(offsetof(QOR_SATA_DRIVE_ENTRY, MediaType) == 66, "SATA MediaType at 66");
 static_assert(offsetof(QOR_SATA_DRIVE_ENTRY, FormFactor) == 68, "SATA FormFactor at 68");
 static_assert(offsetof(QOR_SATA_DRIVE_ENTRY, SerialNumber) == 70, "SATA SerialNumber at 70");
+
+// IIO topology: which root port each bus range belongs to, what kind of
+// port it is and how many device-path levels each switch level below it
+// adds. A count byte, then 14-byte entries; a port index of 0xFFFF ends it.
+#define QOR_SYSINFO_IIO_TOPOLOGY_COUNT_OFFSET 61104
+#define QOR_SYSINFO_IIO_TOPOLOGY_OFFSET 61106
+#define QOR_IIO_PORTS_PER_SOCKET 57
+#define QOR_IIO_PORT_INDEX_END 0xFFFF
+#define QOR_IIO_PORT_KIND_PCH 2
+#define QOR_IIO_PORT_KIND_NO_SWITCH_WALK 3
+#pragma pack(push, 1)
+typedef struct {
+  UINT16 PortIndex;      // over all sockets: socket = index / 57, port = index % 57
+  UINT8 Present;
+  UINT8 Slot;            // slot number of the root port
+  UINT8 PortKind;        // QOR_IIO_PORT_KIND_*; other values follow the switch-level rules
+  UINT8 Segment;
+  UINT8 Bus;             // bus of the root port, first bus of the range
+  UINT8 Function;
+  UINT8 Device;
+  UINT8 Reserved;
+  UINT8 LastBus;
+  UINT8 SwitchLevel[3];  // bit 0: the level exists; bits 3:1: device-path nodes it adds
+} QOR_IIO_TOPOLOGY_ENTRY;
+#pragma pack(pop)
+static_assert(sizeof(QOR_IIO_TOPOLOGY_ENTRY) == 14, "IIO topology entry is 14 bytes");
+// Room for every port of four sockets; a count byte above it still reads
+// inside the block.
+#define QOR_SYSINFO_IIO_TOPOLOGY_MAX 229
+#define QOR_SYSINFO_IIO_TOPOLOGY_END (QOR_SYSINFO_IIO_TOPOLOGY_OFFSET + QOR_SYSINFO_IIO_TOPOLOGY_MAX * 14)
+static_assert(QOR_SYSINFO_IIO_TOPOLOGY_END <= QOR_SYSINFO_SATA_DRIVES_OFFSET, "IIO topology ends before the SATA drives");
+
+// GPU list: a count byte, then 19-byte entries. The platform keeps room for
+// QOR_SYSINFO_GPU_MAX entries; the driver stores at most one past the 32 it
+// counts (the count check follows the store).
+#define QOR_SYSINFO_GPU_COUNT_OFFSET 88000
+#define QOR_SYSINFO_GPU_TABLE_OFFSET 88004
+#define QOR_SYSINFO_GPU_MAX 33
+#pragma pack(push, 1)
+typedef struct {
+  UINT32 Slot;
+  UINT8 Bus;
+  UINT8 Dev;
+  UINT8 Func;
+  UINT16 VendorID;
+  UINT16 DeviceID;
+  UINT16 SubVendorID;
+  UINT16 SubDeviceID;
+  UINT8 PCIeGen;
+  UINT8 LinkSpeed;
+  UINT8 CardBandWidth;
+  UINT8 LinkWidth;
+} QOR_GPU_ENTRY;
+#pragma pack(pop)
+static_assert(sizeof(QOR_GPU_ENTRY) == 19, "GPU entry is 19 bytes");
+static_assert(QOR_SYSINFO_GPU_COUNT_OFFSET >= QOR_SYSINFO_SATA_DRIVES_END, "GPU list follows the SATA drives");
 
 // The data block, located through the system information protocol on every
 // call and kept in a module-wide cache that other readers may use; NULL when

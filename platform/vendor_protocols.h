@@ -75,4 +75,13 @@ typedef struct {
   VOID *PowerData;
 } QOR_CPU_POWER_PROTOCOL;
 
+// CPU CSR access protocol: member 1 reads a processor configuration
+// register of a socket and box instance.
+typedef UINT32(EFIAPI *QOR_CPU_CSR_READ)(UINT8 Socket, UINT8 BoxInstance, UINT32 RegisterAddress);
+typedef struct {
+  VOID *Member0;
+  QOR_CPU_CSR_READ ReadCpuCsr;  // index 1
+} QOR_CPU_CSR_ACCESS_PROTOCOL;
+static_assert(offsetof(QOR_CPU_CSR_ACCESS_PROTOCOL, ReadCpuCsr) == 8, "CSR access member 1");
+
 #endif  // QOR_PLATFORM_VENDOR_PROTOCOLS_H_

@@ -38,6 +38,14 @@ VOID EFIAPI QorUploadFlashInfoCallBack(EFI_EVENT Event, VOID *Context) {
   UINT32 FlashId = ((UINT32)IdBytes[0] << 16) | ((UINT32)IdBytes[1] << 8) | IdBytes[2];
   QorDebugPrint(DEBUG_INFO, "FLASH ID : %x\n", FlashId);
 
+  // The text is written into the buffer; without one there is nothing
+  // to send, and a zero-length file must not reach the BMC as a success.
+  if (Buffer == nullptr) {
+    QorDebugPrint(DEBUG_ERROR, "Failed to allocate FLASH info buffer, nothing sent %r\n", EFI_OUT_OF_RESOURCES);
+    gBS->CloseEvent(Event);
+    return;
+  }
+
   QOR_TEXT_WRITER W;
   QorWriterInit(&W, Buffer, kFlashInfoBufferSize);
   QorWriterAppend(&W, "{");

@@ -8,6 +8,9 @@
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "boot_helpers.h"
 
@@ -102,10 +105,76 @@ TEST_F(QorEmuCommand, RefusesAMissingBoardFileWithStatus1) {
   EXPECT_NE(Err.find("cannot be read"), std::string::npos) << Err;
 }
 
-TEST_F(QorEmuCommand, HelpExplainsTheUsageWithStatus0) {
+TEST_F(QorEmuCommand, HelpExplainsTheUsageAndEveryExitStatus) {
   EXPECT_EQ(Run("--help"), 0);
   EXPECT_NE(Out.find("Usage: qor-emu"), std::string::npos) << Out;
   EXPECT_NE(Out.find("--board"), std::string::npos);
+  EXPECT_NE(Out.find("outputs cannot be written"), std::string::npos) << Out;
+}
+
+TEST_F(QorEmuCommand, AnOutputThatCannotBeWrittenEndsWithStatus1) {
+  std::ofstream(Dir / "plain-file") << "not a folder";
+  EXPECT_EQ(Run("--out '" + (Dir / "plain-file").string() + "'"), 1);
+  EXPECT_NE(Err.find("plain-file"), std::string::npos) << Err;
+}
+
+TEST_F(QorEmuCommand, RefusesADirectoryAsBoardSayingSo) {
+  EXPECT_EQ(Run("--board '" + Dir.string() + "'"), 1);
+  EXPECT_NE(Err.find("is a directory, not a board file"), std::string::npos) << Err;
+}
+
+// Nesting this deep overflowed the stack of a recursive reader.
+TEST_F(QorEmuCommand, RefusesBoardsNestedTooDeepWithStatus1) {
+  const size_t Depth = 100000;
+  for (const auto &[Open, Close] : {std::pair<std::string, std::string>{"[", "]"}, {"{\"a\":", "}"}}) {
+    std::string Json = "{\"pci\":";
+    for (size_t I = 0; I < Depth; I++) Json += Open;
+    for (size_t I = 0; I < Depth; I++) Json += Close;
+    EXPECT_EQ(Run("--board " + WriteBoard(Json + "}") + " --out '" + (Dir / "out").string() + "'"), 1) << Open;
+    EXPECT_NE(Err.find("nest more than 1024 levels deep"), std::string::npos) << Err;
+  }
+}
+
+// Outputs of an earlier run must not look like this run's; what the user put
+// beside them stays.
+TEST_F(QorEmuCommand, RemovesOnlyItsOwnOutputsOfEarlierRunsBeforeABoot) {
+  const fs::path OutDir = Dir / "out";
+  const std::vector<std::string> Stale = {
+      "push_BiosBeforeBoot.json", "push_BiosBeforeBoot.2.json", "push_FlashInfo.json", "push_FlashInfo.13.json",
+      "debug.log", "boot.json", "variables.json", "smbios.bin", "boot-2/push_BiosBeforeBoot.json", "boot-2/boot.json",
+      "boot-1/debug.log"};
+  const std::vector<std::string> Users = {
+      "notes.txt", "push_BiosBeforeBoot.json.bak", "push_BiosBeforeBoot.1.json", "push_FlashInfo.02.json",
+      "push_Other.json", "boot-1/my-notes.txt", "boot-01/debug.log", "boot-x/boot.json", "debug.log.old",
+      "push_FlashInfo.2.json/keep.txt"};
+  for (const auto &Name : Stale) {
+    fs::create_directories((OutDir / Name).parent_path());
+    std::ofstream(OutDir / Name) << "stale";
+  }
+  for (const auto &Name : Users) {
+    fs::create_directories((OutDir / Name).parent_path());
+    std::ofstream(OutDir / Name) << "the user's";
+  }
+
+  // A refused board boots nothing and removes nothing.
+  ASSERT_EQ(Run("--board " + WriteBoard(R"({"pch":{"deviceId":"0x10000"}})") + " --out '" + OutDir.string() + "'"), 1);
+  for (const auto &Name : Stale) EXPECT_TRUE(fs::exists(OutDir / Name)) << Name;
+
+  // Without the quick trans protocol nothing is sent.
+  ASSERT_EQ(Run("--board " + WriteBoard(R"({"faults":{"missingProtocols":["quickTrans"]}})") + " --out '" +
+                OutDir.string() + "'"),
+            0)
+      << Err;
+  for (const auto &Name : {"push_BiosBeforeBoot.json", "push_BiosBeforeBoot.2.json", "push_FlashInfo.json",
+                           "push_FlashInfo.13.json", "boot-2"}) {
+    EXPECT_FALSE(fs::exists(OutDir / Name)) << Name;
+  }
+  for (const auto &Name : Users) EXPECT_EQ(ReadFile(OutDir / Name), "the user's") << Name;
+  EXPECT_FALSE(fs::exists(OutDir / "boot-1" / "debug.log"));
+  for (const char *Name : {"debug.log", "boot.json", "variables.json", "smbios.bin"}) {
+    EXPECT_NE(ReadFile(OutDir / Name), "stale") << Name;
+  }
+  EXPECT_NE(Out.find("not sent: push_BiosBeforeBoot.json"), std::string::npos) << Out;
 }
 
 TEST_F(QorEmuCommand, RefusesAnUnknownArgumentWithStatus2) {

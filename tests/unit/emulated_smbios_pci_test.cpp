@@ -5,8 +5,8 @@
 #include <cstring>
 
 #include "emulator/board.h"
-#include "emulator/pci_model.h"
-#include "emulator/pci_root_bridge_io.h"
+#include "emulator/pci/pci_bus.h"
+#include "emulator/pci/pci_root_bridge_io.h"
 #include "emulator/smbios_protocol.h"
 #include "emulator/smbios_table.h"
 
@@ -85,7 +85,7 @@ class EmulatedRootBridge : public ::testing::Test {
     Config[0] = 0x86, Config[1] = 0x80, Config[2] = 0x25, Config[3] = 0x0B;
     Model.AddFunction({0, 0x20, 1, 0}, Config);
   }
-  qor::emu::PciModel Model;
+  qor::emu::PciBus Model;
 };
 
 TEST_F(EmulatedRootBridge, ReadsItsBusesAndRejectsOthers) {

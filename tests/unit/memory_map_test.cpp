@@ -218,4 +218,19 @@ TEST_F(MemoryMapSection, CopiesOnlyACompleteDocumentShorterThanTheSectionAndKeep
   }
 }
 
+TEST_F(MemoryMapSection, WithoutASectionBufferSaysSoInsteadOfTooLarge) {
+  Start(BoardFrom(MapBoard({{7, 0x1000, 1, 0xF}, {4, 0x2000, 2, 0xF}})));
+  Fill();
+  const size_t DocumentSize = Section->Text().size();
+  LocalSection Unallocated("MemoryMap", 0x80000, QorSectionMemoryMap);
+  Unallocated.Record.Buffer = nullptr;  // as after a failed allocation at entry
+  QorFillMemoryMap(&Unallocated.Record);
+  EXPECT_EQ(Unallocated.Record.Length, 0u);
+  EXPECT_NE(Log().find("QorFillMemoryMap: the section has no buffer (its allocation failed), document of " +
+                       std::to_string(DocumentSize) + " bytes dropped.\n"),
+            std::string::npos)
+      << Log();
+  EXPECT_EQ(Log().find("does not fit"), std::string::npos);
+}
+
 }  // namespace

@@ -1,4 +1,4 @@
-#include "emulator/pci_root_bridge_io.h"
+#include "emulator/pci/pci_root_bridge_io.h"
 
 #include <cstring>
 
@@ -70,7 +70,7 @@ EFI_STATUS EFIAPI SetAttributesUnsupported(EFI_PCI_ROOT_BRIDGE_IO_PROTOCOL *, UI
 
 }  // namespace
 
-PciRootBridgeIo::PciRootBridgeIo(const PciRootBridgeDef &Def, PciModel &Model) : Def_(Def), Model_(Model) {
+PciRootBridgeIo::PciRootBridgeIo(const PciRootBridgeDef &Def, PciBus &Bus) : Def_(Def), Bus_(Bus) {
   Interface_.Owner = this;
   EFI_PCI_ROOT_BRIDGE_IO_PROTOCOL &P = Interface_.Protocol;
   P.ParentHandle = nullptr;
@@ -131,19 +131,21 @@ EFI_STATUS PciRootBridgeIo::PciAccess(bool Write, EFI_PCI_ROOT_BRIDGE_IO_PROTOCO
   if (((Address >> 16) & 0xFF) > 31 || ((Address >> 8) & 0xFF) > 7 || !Decodes(Location.Bus)) {
     return EFI_INVALID_PARAMETER;
   }
-  if (uint64_t{Register} + uint64_t{Size} * (StepAddress ? Count : 1) > PciModel::kConfigSize) {
+  if (uint64_t{Register} + uint64_t{Size} * (StepAddress ? Count : 1) > kPciExpressConfigSize) {
     return EFI_INVALID_PARAMETER;
   }
   uint8_t *Bytes = static_cast<uint8_t *>(Buffer);
   for (UINTN I = 0; I < Count; I++) {
     uint32_t At = Register + (StepAddress ? static_cast<uint32_t>(I) * Size : 0);
     uint8_t *Slot = Bytes + (StepBuffer ? I * Size : 0);
+    // One call counts as one access of the function, whatever its count.
+    uint64_t Value = 0;
     if (Write) {
-      uint64_t Value = 0;
       std::memcpy(&Value, Slot, Size);
-      Model_.Write(Location, At, Size, Value);
+      Bus_.Write(Location, At, Size, Value, I == 0);
     } else {
-      uint64_t Value = Model_.Read(Location, At, Size);
+      EFI_STATUS Status = Bus_.Read(Location, At, Size, &Value, I == 0);
+      if (EFI_ERROR(Status)) return Status;
       std::memcpy(Slot, &Value, Size);
     }
   }

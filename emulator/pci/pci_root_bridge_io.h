@@ -1,22 +1,22 @@
 // EFI_PCI_ROOT_BRIDGE_IO_PROTOCOL instances of the emulated host bridges.
 // Each decodes the buses of its ranges (or every bus of its segment when its
 // Configuration() is unsupported) and reaches configuration space through
-// the machine's PciModel.
-#ifndef QOR_EMULATOR_PCI_ROOT_BRIDGE_IO_H_
-#define QOR_EMULATOR_PCI_ROOT_BRIDGE_IO_H_
+// the machine's PciBus.
+#ifndef QOR_EMULATOR_PCI_PCI_ROOT_BRIDGE_IO_H_
+#define QOR_EMULATOR_PCI_PCI_ROOT_BRIDGE_IO_H_
 
 #include <cstdint>
 #include <vector>
 
-#include "emulator/board.h"
-#include "emulator/pci_model.h"
+#include "emulator/pci/board_pci.h"
+#include "emulator/pci/pci_bus.h"
 #include "platform/pci_root_bridge_io.h"
 
 namespace qor::emu {
 
 class PciRootBridgeIo {
  public:
-  PciRootBridgeIo(const PciRootBridgeDef &Def, PciModel &Model);
+  PciRootBridgeIo(const PciRootBridgeDef &Def, PciBus &Bus);
   PciRootBridgeIo(const PciRootBridgeIo &) = delete;
   PciRootBridgeIo &operator=(const PciRootBridgeIo &) = delete;
 
@@ -37,10 +37,10 @@ class PciRootBridgeIo {
   };
   Interface Interface_{};
   PciRootBridgeDef Def_;
-  PciModel &Model_;
+  PciBus &Bus_;
   std::vector<uint8_t> Descriptors_;
 };
 
 }  // namespace qor::emu
 
-#endif  // QOR_EMULATOR_PCI_ROOT_BRIDGE_IO_H_
+#endif  // QOR_EMULATOR_PCI_PCI_ROOT_BRIDGE_IO_H_
