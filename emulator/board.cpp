@@ -176,7 +176,7 @@ void ParseTriggers(const JsonField &Triggers, Board *Out) {
 
 void ParseFaults(const JsonField &Faults, Board *Out) {
   Faults.AllowOnly({"failAllocation", "missingProtocols", "failVariableGet", "failVariableSet", "sendFileStatus",
-                    "jsonStatus"});
+                    "jsonStatus", "memoryMapGrowth"});
   if (auto Alloc = Faults.Optional("failAllocation")) {
     Out->Faults.FailAllocations.clear();
     for (const JsonField &Entry : Alloc->Elements()) {
@@ -192,6 +192,9 @@ void ParseFaults(const JsonField &Faults, Board *Out) {
   if (auto Set = Faults.Optional("failVariableSet")) Out->Faults.FailVariableSet = ParseNames(*Set, {});
   if (auto Send = Faults.Optional("sendFileStatus")) Out->Faults.SendFileStatus = Send->Status();
   if (auto Json = Faults.Optional("jsonStatus")) Out->Faults.JsonStatus = Json->Status();
+  if (auto Growth = Faults.Optional("memoryMapGrowth")) {
+    Out->Faults.MemoryMapGrowth = static_cast<uint32_t>(Growth->Uint(4096));
+  }
 }
 
 void ParseIioStacks(const JsonField &Stacks, SystemInformationDef *Def) {

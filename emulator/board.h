@@ -58,6 +58,7 @@ struct FaultPlan {
   std::vector<std::string> FailVariableSet;
   std::optional<EFI_STATUS> SendFileStatus;     // status the quick trans send returns
   std::optional<EFI_STATUS> JsonStatus;         // status Validate/PrettyPrint return
+  uint32_t MemoryMapGrowth = 0;                 // descriptors GetMemoryMap gains after each "too small"
 };
 
 // TPM, SATA, BMC transport.

@@ -381,6 +381,7 @@ EFI_STATUS Firmware::GetMemoryMap(UINTN *MapSize, EFI_MEMORY_DESCRIPTOR *Map, UI
   if (DescriptorVersion != nullptr) *DescriptorVersion = DescriptorVersion_;
   if (*MapSize < Needed) {
     *MapSize = Needed;
+    GrowMemoryMap();
     return EFI_BUFFER_TOO_SMALL;
   }
   if (Map == nullptr) return EFI_INVALID_PARAMETER;
@@ -392,6 +393,25 @@ EFI_STATUS Firmware::GetMemoryMap(UINTN *MapSize, EFI_MEMORY_DESCRIPTOR *Map, UI
   *MapSize = Needed;
   if (MapKey != nullptr) *MapKey = MapKey_;
   return EFI_SUCCESS;
+}
+
+void Firmware::GrowMemoryMap() {
+  constexpr uint32_t kMaxMapGrowths = 16;  // a caller that keeps asking sees the map settle
+  if (MapGrowth_ == 0 || MapGrowths_ == kMaxMapGrowths) return;
+  MapGrowths_++;
+  uint64_t Next = 0;
+  for (const auto &Entry : MemoryMap_) {
+    Next = std::max<uint64_t>(Next, Entry.PhysicalStart + Entry.NumberOfPages * 4096);
+  }
+  for (uint32_t I = 0; I < MapGrowth_; I++, Next += 4096) {
+    EFI_MEMORY_DESCRIPTOR Entry{};
+    Entry.Type = EfiBootServicesData;
+    Entry.PhysicalStart = Next;
+    Entry.NumberOfPages = 1;
+    Entry.Attribute = 0xF;
+    MemoryMap_.push_back(Entry);
+  }
+  MapKey_++;
 }
 
 // ---------------------------------------------------------------- reset

@@ -94,6 +94,7 @@ void Platform::Install() {
       Map.push_back(Descriptor);
     }
     Fw_.SetMemoryMap(std::move(Map), Board_.MemoryMap.DescriptorSize, Board_.MemoryMap.DescriptorVersion);
+    Fw_.GrowMemoryMapWhenSized(Board_.Faults.MemoryMapGrowth);
   }
 
   // processors, memory, SMBIOS, IIO
