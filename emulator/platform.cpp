@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "emulator/pcd_database.h"
+#include "emulator/pci/pci_device_services.h"
 #include "emulator/pci/pci_bus_from_board.h"
 #include "platform/guids.h"
 
@@ -22,7 +23,8 @@ const EFI_GUID *TriggerGuid(const std::string &Name) {
 Platform *Platform::Current() { return gPlatform; }
 
 Platform::Platform(Firmware &Fw, const Board &Board)
-    : Fw_(Fw), Board_(Board), Io_(Board_.IoPorts, Board_.Iio.IndexedIo) {
+    : Fw_(Fw), Board_(Board), Tsc_(TscTicksPerMicrosecond(Board_), Board_.TscTicksPerRead),
+      Io_(Board_.IoPorts, Board_.Iio.IndexedIo) {
   Pcds_ = std::make_unique<PcdDatabase>(Board_);
   BuildPciBus(Board_, &Pci_);
   for (const auto &Name : Board_.Faults.FailVariableGet) Fw_.Variables().FailGet(ToU16(Name));
@@ -116,6 +118,7 @@ void Platform::Install() {
     }
   }
   InstallPciDevices();
+  PciDevices_ = std::make_unique<PciDeviceServices>(*this);
 
   // TPM, SATA, BMC transport
   if (!IsMissing("custom")) {
