@@ -14,6 +14,8 @@
 #include "emulator/cpu_memory_data.h"
 #include "emulator/firmware.h"
 #include "emulator/io_ports.h"
+#include "emulator/pci/firmware_management.h"
+#include "emulator/pci/nic_db.h"
 #include "emulator/pci/pci_bus.h"
 #include "emulator/pci/pci_io.h"
 #include "emulator/pci/pci_root_bridge_io.h"
@@ -78,8 +80,12 @@ class Platform {
   IoPortSpace &Io() { return Io_; }
   // The machine's PCI bus.
   PciBus &Pci() { return Pci_; }
-  // The PCI I/O instances, in handle order.
-  const std::vector<std::unique_ptr<PciIoDevice>> &PciIoDevices() const { return PciIo_; }
+  // The functions in the order the bus driver found them (and the PCI I/O
+  // handles were created).
+  const std::vector<EnumeratedFunction> &PciFunctions() const { return Enumerated_; }
+  const std::vector<std::unique_ptr<FirmwareManagementInstance>> &FirmwareManagement() const {
+    return FirmwareManagement_;
+  }
   // The data block behind the system information protocol (empty when the
   // protocol is left out).
   const std::vector<uint8_t> &SystemInformationBlock() const { return SystemInformationBlock_; }
@@ -122,6 +128,8 @@ class Platform {
   std::vector<std::unique_ptr<PciRootBridgeIo>> RootBridges_;
   std::vector<std::unique_ptr<PciIoDevice>> PciIo_;
   std::vector<EnumeratedFunction> Enumerated_;
+  std::vector<std::unique_ptr<FirmwareManagementInstance>> FirmwareManagement_;
+  std::unique_ptr<NicDb> NicDb_;
   std::unique_ptr<PciDeviceServices> PciDevices_;
   std::unique_ptr<SmbiosStore> Smbios_;
   CpuPowerData CpuPowerData_;
@@ -157,7 +165,7 @@ void InitSpiProtocol(QOR_SPI_PROTOCOL *Protocol);
 void InitCpuAccessProtocol(QOR_HOST_CPU_ACCESS_PROTOCOL *Protocol);
 // The counter's rate: MSR 0xCE bits 15:8 (maximum non-turbo ratio) x 100.
 uint64_t TscTicksPerMicrosecond(const Board &Board);
-std::vector<uint8_t> BuildSystemInformationBlock(const Board &Board);
+std::vector<uint8_t> BuildSystemInformationBlock(const Board &Board, const std::vector<EnumeratedFunction> &Pci);
 std::vector<uint8_t> BuildSystemTopologyBlock(const Board &Board);
 void InitIpmiProtocol(QOR_IPMI_PROTOCOL *Protocol);
 std::vector<uint8_t> BuildCustomProtocolBlock(const Board &Board);

@@ -29,7 +29,7 @@ EFI_HANDLE HandleWithPath(Firmware &Fw, const std::vector<uint8_t> &Path) {
 PciDeviceServices::PciDeviceServices(Platform &Plat) {
   std::map<PciLocation, const PciFunctionDef *> Defs;
   for (const PciFunctionDef &F : Plat.GetBoard().Pci.Functions) Defs[F.Location()] = &F;
-  for (const EnumeratedFunction &Entry : Plat.Pci().Enumerate()) {
+  for (const EnumeratedFunction &Entry : Plat.PciFunctions()) {
     PciFunction &Function = *Entry.Function;
     auto It = Defs.find(Function.Location());
     if (It == Defs.end()) continue;
