@@ -26,6 +26,7 @@ const std::vector<std::string> kProtocolNames = {
     "ipmi",
     "iioSys",
     "smbios", "cpuPower", "pciRootBridgeIo", "pciIo", "nicDb", "firmwareManagement",
+    "nvmePassThru", "vendorNvme", "vroc",
 };
 
 bool PcdExKey::operator<(const PcdExKey &Other) const {
@@ -61,7 +62,7 @@ void MergeInto(rapidjson::Value &Base, const rapidjson::Value &Overlay, rapidjso
 }
 
 void ParsePcd(const JsonField &Pcd, Board *Out) {
-  Pcd.AllowOnly({"tokens", "customerId", "dynamicEx"});
+  Pcd.AllowOnly({"tokens", "customerId", "dpuNicSlot", "dynamicEx"});
   if (auto Tokens = Pcd.Optional("tokens")) {
     for (auto &[Key, Value] : Tokens->Members()) {
       rapidjson::Value KeyText(Key.c_str(), static_cast<rapidjson::SizeType>(Key.size()));
@@ -84,6 +85,7 @@ void ParsePcd(const JsonField &Pcd, Board *Out) {
   if (auto CustomerId = Pcd.Optional("customerId")) {
     Out->PcdsEx[{kCustomerIdTokenSpace, 2}] = CustomerId->Uint(255);
   }
+  if (auto Slot = Pcd.Optional("dpuNicSlot")) Out->PcdsEx[{kCustomerIdTokenSpace, 177}] = Slot->Uint(255);
   if (auto DynamicEx = Pcd.Optional("dynamicEx")) {
     for (const JsonField &Entry : DynamicEx->Elements()) {
       Entry.AllowOnly({"tokenSpace", "token", "value"});
@@ -131,14 +133,35 @@ void ParseHobs(const JsonField &Hobs, Board *Out) {
   ParseCpuMemoryHobs(Hobs, Out);
 }
 
+// The platform's variables by name: a board may leave out their GUID.
+const std::pair<const char *, const EFI_GUID *> kKnownVariables[] = {
+    {"Setup", &gQorSetupVariableGuid},
+    {"QorWakeupType", &gQorWakeupTypeVariableGuid},
+    {"QorResetCheckPoint", &gQorWakeupTypeVariableGuid},
+    {"Bf2Present", &gQorSkobiofBf2VariableGuid},
+    {"FixedBootPriorities", &gQorFixedBootPrioritiesGuid},
+    {"QorRecoveryBootMode", &gQorRecoveryBootModeGuid},
+    {"JdNicSlot", &gQorJdNicSlotGuid},
+    {"SocketMpLinkConfig", &gQorSocketMpLinkConfigGuid},
+};
+
+EFI_GUID VariableGuid(const JsonField &Entry, const std::string &Name) {
+  if (auto Guid = Entry.Optional("guid")) return Guid->Guid();
+  for (const auto &[Known, Guid] : kKnownVariables) {
+    if (Name == Known) return *Guid;
+  }
+  Entry.Fail("a \"guid\" (only the platform's own variables, such as \"JdNicSlot\", may leave it out)");
+}
+
 void ParseVariables(const JsonField &Variables, Board *Out) {
   Out->Variables.clear();
   for (const JsonField &Entry : Variables.Elements()) {
-    Entry.AllowOnly({"name", "guid", "attributes", "data", "size"});
+    Entry.AllowOnly({"name", "guid", "attributes", "data", "size", "patches"});
     Variable Value;
-    Value.Name = ToU16(Entry.At("name").String());
+    std::string Name = Entry.At("name").String();
+    Value.Name = ToU16(Name);
     if (Value.Name.empty()) Entry.At("name").Fail("a non-empty variable name");
-    Value.Guid = Entry.At("guid").Guid();
+    Value.Guid = VariableGuid(Entry, Name);
     Value.Attributes = static_cast<uint32_t>(Entry.Optional("attributes") ? Entry.At("attributes").Uint(0xFFFFFFFF)
                                                                           : 0x7);
     if (auto Data = Entry.Optional("data")) Value.Data = Data->Bytes();
@@ -146,6 +169,9 @@ void ParseVariables(const JsonField &Variables, Board *Out) {
       uint64_t Wanted = Size->Uint(1 << 20);
       if (Wanted < Value.Data.size()) Size->Fail("a size not below the length of \"data\"");
       Value.Data.resize(Wanted, 0);
+    }
+    if (auto Patches = Entry.Optional("patches")) {
+      ApplyBytePatches(&Value.Data, ParseBytePatches(*Patches, Value.Data.size(), "variable"));
     }
     Out->Variables.push_back(std::move(Value));
   }
@@ -256,7 +282,7 @@ void ParseSystemTopology(const JsonField &Topology, Board *Out) {
 
 void ParseBoardObject(const JsonField &Root, Board *Out) {
   Root.AllowOnly({
-      "base", "name", "pcd", "cpu", "pch", "mmio", "ioPorts", "hobs", "variables", "flash", "debugPrint",
+      "base", "name", "boots", "pcd", "cpu", "pch", "mmio", "ioPorts", "hobs", "variables", "flash", "debugPrint",
       "triggers", "faults", "systemInformation", "systemTopology",
       // memory map
       "memoryMap",
@@ -271,7 +297,8 @@ void ParseBoardObject(const JsonField &Root, Board *Out) {
   if (auto Name = Root.Optional("name")) Out->Name = Name->String();
   if (auto Pcd = Root.Optional("pcd")) ParsePcd(*Pcd, Out);
   if (auto Cpu = Root.Optional("cpu")) {
-    Cpu->AllowOnly({"msr"});
+    Cpu->AllowOnly({"msr", "tscTicksPerRead"});
+    if (auto Step = Cpu->Optional("tscTicksPerRead")) Out->TscTicksPerRead = Step->Uint(1ULL << 32);
     if (auto Msr = Cpu->Optional("msr")) {
       for (auto &[Key, Value] : Msr->Members()) {
         rapidjson::Value KeyText(Key.c_str(), static_cast<rapidjson::SizeType>(Key.size()));
@@ -336,6 +363,30 @@ void ParseBoardObject(const JsonField &Root, Board *Out) {
 }  // namespace
 
 namespace {
+// "boots": one overlay per boot, each laid over the board (without its
+// "boots"); the last one also describes every later boot.
+std::vector<Board> ParsePerBootBoards(const rapidjson::Document &Merged, const std::string &Directory) {
+  JsonField Boots(Merged["boots"], "board.boots");
+  std::vector<Board> Out;
+  auto Overlays = Boots.Elements();
+  if (Overlays.empty()) Boots.Fail("a list of at least one per-boot overlay");
+  for (const JsonField &Overlay : Overlays) {
+    if (!Overlay.IsObject()) Overlay.Fail("an object laid over the board for this boot");
+    for (const char *Key : {"boots", "base"}) {
+      if (Overlay.Has(Key)) Overlay.At(Key).Fail("a member of the board itself, not of one boot");
+    }
+    rapidjson::Document ThisBoot;
+    ThisBoot.CopyFrom(Merged, ThisBoot.GetAllocator());
+    ThisBoot.RemoveMember("boots");
+    MergeInto(ThisBoot, Overlay.Raw(), ThisBoot.GetAllocator());
+    Board Parsed;
+    Parsed.Directory = Directory;
+    ParseBoardObject(JsonField(ThisBoot, Overlay.Path()), &Parsed);
+    Out.push_back(std::move(Parsed));
+  }
+  return Out;
+}
+
 Board ParseOverBase(const std::string &JsonText, bool IsBuiltIn, const std::string &Directory = "") {
   rapidjson::Document Overlay;
   ParseBoardDocument(JsonText, &Overlay);
@@ -354,6 +405,7 @@ Board ParseOverBase(const std::string &JsonText, bool IsBuiltIn, const std::stri
   Board Out;
   Out.Directory = Directory;
   ParseBoardObject(JsonField(Merged, "board"), &Out);
+  if (Merged.HasMember("boots")) Out.PerBoot = ParsePerBootBoards(Merged, Directory);
   return Out;
 }
 }  // namespace
@@ -380,5 +432,11 @@ Board LoadBoardFile(const std::string &Path) {
 const char *BuiltInBoardJson() { return kBuiltInBoardJson; }
 
 Board BuiltInBoard() { return ParseOverBase(BuiltInBoardJson(), true); }
+
+const Board &BoardForBoot(const Board &Board, int Boot) {
+  if (Board.PerBoot.empty() || Boot < 1) return Board;
+  size_t Index = std::min(static_cast<size_t>(Boot), Board.PerBoot.size()) - 1;
+  return Board.PerBoot[Index];
+}
 
 }  // namespace qor::emu

@@ -138,6 +138,7 @@ struct Board {
   std::map<PcdExKey, uint64_t> PcdsEx;
 
   std::map<uint32_t, uint64_t> Msrs;
+  uint64_t TscTicksPerRead = 100;             // how far each time-stamp counter read moves it
   std::map<uint64_t, uint8_t> MmioBytes;      // physical address -> byte (others read 0xFF)
   std::map<uint16_t, uint8_t> IoPorts;
 
@@ -188,6 +189,11 @@ struct Board {
   // MmioBytes and the "Setup" variable in Variables.
   CustomProtocolDef CustomProtocol;
   IpmiDef Ipmi;
+
+  // ---- cards changed between boots
+  // The board of boot 1, 2, ... ("boots": overlays laid over this board);
+  // the last one holds for every later boot. Empty: every boot is this board.
+  std::vector<Board> PerBoot;
 };
 
 // Short names of the platform protocols a board may leave out.
@@ -201,6 +207,8 @@ Board LoadBoardFile(const std::string &Path);
 // The board compiled into the tools.
 const char *BuiltInBoardJson();
 Board BuiltInBoard();
+// The board of a boot (1-based) of a run of several.
+const Board &BoardForBoot(const Board &Board, int Boot);
 
 }  // namespace qor::emu
 

@@ -5,6 +5,7 @@
 #include "emulator/driver_image.h"
 #include "emulator/pcd_database.h"
 #include "emulator/pci/lspci_export.h"
+#include "emulator/pci/pci_device_services.h"
 #include "emulator/smbios_table.h"
 
 namespace qor::emu {
@@ -82,7 +83,16 @@ BootResult RunBoot(const Board &Board, const std::vector<Variable> *Variables, c
   if (const SmbiosStore *Smbios = Plat.Smbios()) {
     Result.SmbiosDump = SmbiosDumpFile(Smbios->Records(), Smbios->MajorVersion(), Smbios->MinorVersion());
   }
-  if (PcdDatabase::Current() != nullptr) Result.UnknownPcdTokens = PcdDatabase::Current()->UnknownTokens();
+  Result.Gpus = ReadGpuList(Plat.SystemInformationBlock());
+  if (PciDeviceServices *Devices = Plat.PciDevices()) {
+    for (const auto &Controller : Devices->NvmeControllers()) {
+      Result.NvmeCommands.insert(Result.NvmeCommands.end(), Controller->Commands().begin(), Controller->Commands().end());
+    }
+  }
+  if (PcdDatabase::Current() != nullptr) {
+    Result.UnknownPcdTokens = PcdDatabase::Current()->UnknownTokens();
+    Result.PcdWrites = PcdDatabase::Current()->Writes();
+  }
   return Result;
 }
 
@@ -90,7 +100,7 @@ std::vector<BootResult> RunBoots(const Board &Board, int Count, const std::strin
   std::vector<BootResult> Results;
   std::vector<Variable> Carried;
   for (int I = 0; I < Count; I++) {
-    Results.push_back(RunBoot(Board, I == 0 ? nullptr : &Carried, DriverPath));
+    Results.push_back(RunBoot(BoardForBoot(Board, I + 1), I == 0 ? nullptr : &Carried, DriverPath));
     Carried.clear();
     for (const Variable &Value : Results.back().VariablesAfter) {
       if ((Value.Attributes & EFI_VARIABLE_NON_VOLATILE) != 0) Carried.push_back(Value);

@@ -11,6 +11,9 @@
 
 #include "emulator/board.h"
 #include "emulator/firmware.h"
+#include "emulator/gpu_list.h"
+#include "emulator/nvme/nvme_controller.h"
+#include "emulator/pcd_database.h"
 #include "emulator/platform.h"
 #include "emulator/pool.h"
 #include "emulator/variable_store.h"
@@ -43,6 +46,9 @@ struct BootResult {
   std::string LspciDump;            // the configuration space before the driver's entry, lspci -xxxx text
   std::vector<uint8_t> SmbiosDump;  // the SMBIOS table served, as a dump file (empty without SMBIOS)
   std::set<std::string> UnknownPcdTokens;
+  std::vector<PcdWrite> PcdWrites;  // values the driver set through the PCD protocol, in order
+  GpuList Gpus;                     // the GPU list in the system information block after the boot
+  std::vector<NvmeCommandRecord> NvmeCommands;  // pass-thru commands, controller by controller
 
   // The last upload of this name, or nullptr.
   const Upload *FindUpload(const std::string &Name) const;
@@ -54,7 +60,8 @@ struct BootResult {
 BootResult RunBoot(const Board &Board, const std::vector<Variable> *Variables = nullptr,
                    const std::string &DriverPath = "");
 // Runs Count boots in a row, carrying non-volatile variables across each
-// reset or boot, dropping volatile ones.
+// reset or boot, dropping volatile ones. Boot K runs on BoardForBoot(Board, K)
+// (the board's cards as changed between boots).
 std::vector<BootResult> RunBoots(const Board &Board, int Count, const std::string &DriverPath = "");
 
 }  // namespace qor::emu

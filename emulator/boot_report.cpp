@@ -247,6 +247,83 @@ std::string BootReportJson(const Board &Board, const BootResult &Result, int Boo
   }
   W.EndArray();
 
+  Key(W, "pcdWritten");
+  W.StartArray();
+  for (const PcdWrite &Write : Result.PcdWrites) {
+    W.StartObject();
+    Key(W, "token");
+    W.Uint64(Write.Token);
+    Key(W, "size");
+    W.Uint(Write.Size);
+    Key(W, "value");
+    Str(W, Hex(Write.Value, 2 * static_cast<int>(Write.Size)));
+    W.EndObject();
+  }
+  W.EndArray();
+
+  Key(W, "nvmeCommands");
+  W.StartArray();
+  for (const NvmeCommandRecord &Command : Result.NvmeCommands) {
+    W.StartObject();
+    Key(W, "controller");
+    Str(W, Command.Controller);
+    Key(W, "queue");
+    Str(W, Command.QueueType == 0 ? "admin" : "io");
+    Key(W, "opcode");
+    Str(W, Hex(Command.Opcode, 2));
+    Key(W, "namespaceId");
+    W.Uint(Command.NamespaceId);
+    Key(W, "cdw10");
+    Str(W, Hex(Command.Cdw10, 8));
+    Key(W, "flags");
+    Str(W, Hex(Command.Flags, 2));
+    Key(W, "timeout");
+    W.Uint64(Command.CommandTimeout);
+    Key(W, "transferLength");
+    W.Uint(Command.TransferLength);
+    Key(W, "status");
+    Str(W, StatusText(Command.Status));
+    W.EndObject();
+  }
+  W.EndArray();
+
+  Key(W, "gpuList");
+  W.StartObject();
+  Key(W, "count");
+  W.Uint(Result.Gpus.Count);
+  Key(W, "entries");
+  W.StartArray();
+  for (const QOR_GPU_ENTRY &Gpu : Result.Gpus.Entries) {
+    W.StartObject();
+    Key(W, "slot");
+    W.Uint(Gpu.Slot);
+    Key(W, "bus");
+    W.Uint(Gpu.Bus);
+    Key(W, "dev");
+    W.Uint(Gpu.Dev);
+    Key(W, "func");
+    W.Uint(Gpu.Func);
+    Key(W, "vendorId");
+    Str(W, Hex(Gpu.VendorID, 4));
+    Key(W, "deviceId");
+    Str(W, Hex(Gpu.DeviceID, 4));
+    Key(W, "subVendorId");
+    Str(W, Hex(Gpu.SubVendorID, 4));
+    Key(W, "subDeviceId");
+    Str(W, Hex(Gpu.SubDeviceID, 4));
+    Key(W, "pcieGen");
+    W.Uint(Gpu.PCIeGen);
+    Key(W, "linkSpeed");
+    W.Uint(Gpu.LinkSpeed);
+    Key(W, "cardBandWidth");
+    W.Uint(Gpu.CardBandWidth);
+    Key(W, "linkWidth");
+    W.Uint(Gpu.LinkWidth);
+    W.EndObject();
+  }
+  W.EndArray();
+  W.EndObject();
+
   Key(W, "costs");
   W.StartObject();
   Key(W, "allocations");

@@ -1,6 +1,8 @@
 // The processor as the driver sees it on the host: MSRs, I/O ports, physical
-// memory bytes and the PCI Express configuration window, from the board.
+// memory bytes, the PCI Express configuration window, from the board, and the
+// time-stamp counter.
 #include "emulator/platform.h"
+#include "emulator/pci/pci_device_services.h"
 
 namespace qor::emu {
 
@@ -26,13 +28,20 @@ VOID EFIAPI IoWrite8(UINT16 Port, UINT8 Value) {
 
 UINT64 EFIAPI MmioRead(UINT64 Address, UINT32 Width) {
   Current().CountCpuAccess();
-  const auto &Bytes = Current().GetBoard().MmioBytes;
   UINT64 Value = 0;
+  // A VMD's configuration aperture decodes before the board's bytes.
+  if (Current().PciDevices() != nullptr && Current().PciDevices()->ReadMmio(Address, Width, &Value)) return Value;
+  const auto &Bytes = Current().GetBoard().MmioBytes;
   for (UINT32 I = 0; I < Width; I++) {
     auto It = Bytes.find(Address + I);
     Value |= static_cast<UINT64>(It == Bytes.end() ? 0xFF : It->second) << (8 * I);
   }
   return Value;
+}
+
+UINT64 EFIAPI ReadTsc() {
+  Current().CountCpuAccess();
+  return Current().Tsc().Read();
 }
 
 // The PCI Express configuration window of segment 0:
@@ -56,6 +65,13 @@ void InitCpuAccessProtocol(QOR_HOST_CPU_ACCESS_PROTOCOL *Protocol) {
   Protocol->IoWrite8 = IoWrite8;
   Protocol->MmioRead = MmioRead;
   Protocol->PciExpressRead = PciExpressRead;
+  Protocol->ReadTsc = ReadTsc;
+}
+
+uint64_t TscTicksPerMicrosecond(const Board &Board) {
+  auto It = Board.Msrs.find(QOR_MSR_PLATFORM_INFO);
+  uint64_t Ratio = It == Board.Msrs.end() ? 0 : (It->second >> 8) & 0xFF;
+  return Ratio * 100;
 }
 
 }  // namespace qor::emu

@@ -23,12 +23,12 @@ UINT64 EFIAPI Get64Ex(CONST EFI_GUID *Guid, UINTN Token) { return Db().NumberEx(
 VOID *EFIAPI GetPtrEx(CONST EFI_GUID *, UINTN) { return nullptr; }
 BOOLEAN EFIAPI GetBoolEx(CONST EFI_GUID *Guid, UINTN Token) { return Db().NumberEx(Guid, Token) != 0; }
 UINTN EFIAPI GetSizeEx(CONST EFI_GUID *, UINTN) { return 8; }
-EFI_STATUS EFIAPI Set8(UINTN Token, UINT8 Value) { return Db().SetNumber(Token, Value); }
-EFI_STATUS EFIAPI Set16(UINTN Token, UINT16 Value) { return Db().SetNumber(Token, Value); }
-EFI_STATUS EFIAPI Set32(UINTN Token, UINT32 Value) { return Db().SetNumber(Token, Value); }
-EFI_STATUS EFIAPI Set64(UINTN Token, UINT64 Value) { return Db().SetNumber(Token, Value); }
+EFI_STATUS EFIAPI Set8(UINTN Token, UINT8 Value) { return Db().SetNumber(Token, Value, 1); }
+EFI_STATUS EFIAPI Set16(UINTN Token, UINT16 Value) { return Db().SetNumber(Token, Value, 2); }
+EFI_STATUS EFIAPI Set32(UINTN Token, UINT32 Value) { return Db().SetNumber(Token, Value, 4); }
+EFI_STATUS EFIAPI Set64(UINTN Token, UINT64 Value) { return Db().SetNumber(Token, Value, 8); }
 EFI_STATUS EFIAPI SetPtr(UINTN, UINTN *, VOID *) { return EFI_UNSUPPORTED; }
-EFI_STATUS EFIAPI SetBool(UINTN Token, BOOLEAN Value) { return Db().SetNumber(Token, Value); }
+EFI_STATUS EFIAPI SetBool(UINTN Token, BOOLEAN Value) { return Db().SetNumber(Token, Value, 1); }
 EFI_STATUS EFIAPI SetEx8(CONST EFI_GUID *, UINTN, UINT8) { return EFI_UNSUPPORTED; }
 EFI_STATUS EFIAPI SetEx16(CONST EFI_GUID *, UINTN, UINT16) { return EFI_UNSUPPORTED; }
 EFI_STATUS EFIAPI SetEx32(CONST EFI_GUID *, UINTN, UINT32) { return EFI_UNSUPPORTED; }
@@ -77,7 +77,9 @@ void *PcdDatabase::Pointer(uint64_t Token) {
   return It->second.Text.data();
 }
 
-EFI_STATUS PcdDatabase::SetNumber(uint64_t Token, uint64_t Value) {
+EFI_STATUS PcdDatabase::SetNumber(uint64_t Token, uint64_t Value, uint32_t Size) {
+  if (Values_.find(Token) == Values_.end()) Unknown_.insert(std::to_string(Token));
+  Writes_.push_back({Token, Size, Value});
   PcdValue &Entry = Values_[Token];
   Entry.IsText = false;
   Entry.Number = Value;

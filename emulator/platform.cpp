@@ -4,6 +4,7 @@
 #include <map>
 
 #include "emulator/pcd_database.h"
+#include "emulator/pci/pci_device_services.h"
 #include "emulator/pci/pci_bus_from_board.h"
 #include "platform/guids.h"
 
@@ -23,7 +24,8 @@ const EFI_GUID *TriggerGuid(const std::string &Name) {
 Platform *Platform::Current() { return gPlatform; }
 
 Platform::Platform(Firmware &Fw, const Board &Board)
-    : Fw_(Fw), Board_(Board), Io_(Board_.IoPorts, Board_.Iio.IndexedIo) {
+    : Fw_(Fw), Board_(Board), Tsc_(TscTicksPerMicrosecond(Board_), Board_.TscTicksPerRead),
+      Io_(Board_.IoPorts, Board_.Iio.IndexedIo) {
   Pcds_ = std::make_unique<PcdDatabase>(Board_);
   BuildPciBus(Board_, &Pci_);
   Enumerated_ = Pci_.Enumerate();
@@ -119,6 +121,7 @@ void Platform::Install() {
     }
   }
   InstallPciDevices();
+  PciDevices_ = std::make_unique<PciDeviceServices>(*this);
 
   // TPM, SATA, BMC transport
   if (!IsMissing("custom")) {

@@ -20,6 +20,7 @@
 #include "emulator/pci/pci_io.h"
 #include "emulator/pci/pci_root_bridge_io.h"
 #include "emulator/smbios_protocol.h"
+#include "emulator/time_stamp_counter.h"
 #include "platform/cpu_access.h"
 #include "platform/vendor_protocols.h"
 
@@ -47,6 +48,7 @@ struct IpmiRequest {
 };
 
 class PcdDatabase;
+class PciDeviceServices;
 
 class Platform {
  public:
@@ -73,6 +75,8 @@ class Platform {
   std::string DebugLog() const;
   std::vector<std::string> TriggersInstalled() const { return Triggers_; }
   uint64_t CpuAccessCount() const { return CpuAccesses_; }
+  // The time-stamp counter the CPU access hooks serve.
+  TimeStampCounter &Tsc() { return Tsc_; }
   IoPortSpace &Io() { return Io_; }
   // The machine's PCI bus.
   PciBus &Pci() { return Pci_; }
@@ -82,6 +86,11 @@ class Platform {
   const std::vector<std::unique_ptr<FirmwareManagementInstance>> &FirmwareManagement() const {
     return FirmwareManagement_;
   }
+  // The data block behind the system information protocol (empty when the
+  // protocol is left out).
+  const std::vector<uint8_t> &SystemInformationBlock() const { return SystemInformationBlock_; }
+  // VPD, NVMe, VMD and VROC services of the PCI functions (nullptr before Install).
+  PciDeviceServices *PciDevices() { return PciDevices_.get(); }
   // The SMBIOS protocol's store (nullptr when the board has no SMBIOS).
   const SmbiosStore *Smbios() const { return Smbios_.get(); }
 
@@ -103,6 +112,7 @@ class Platform {
   QOR_QUICK_TRANS_PROTOCOL QuickTrans_{};
   QOR_SPI_PROTOCOL Spi_{};
   QOR_HOST_CPU_ACCESS_PROTOCOL CpuAccess_{};
+  TimeStampCounter Tsc_;
   uint8_t TriggerInterface_ = 0;
   std::vector<uint8_t> SystemInformationBlock_;
   QOR_SYSTEM_INFORMATION_PROTOCOL SystemInformation_{};
@@ -120,6 +130,7 @@ class Platform {
   std::vector<EnumeratedFunction> Enumerated_;
   std::vector<std::unique_ptr<FirmwareManagementInstance>> FirmwareManagement_;
   std::unique_ptr<NicDb> NicDb_;
+  std::unique_ptr<PciDeviceServices> PciDevices_;
   std::unique_ptr<SmbiosStore> Smbios_;
   CpuPowerData CpuPowerData_;
   QOR_CPU_POWER_PROTOCOL CpuPower_{};
@@ -152,6 +163,8 @@ void InitJsonProtocol(QOR_JSON_PROTOCOL *Protocol);
 void InitQuickTransProtocol(QOR_QUICK_TRANS_PROTOCOL *Protocol);
 void InitSpiProtocol(QOR_SPI_PROTOCOL *Protocol);
 void InitCpuAccessProtocol(QOR_HOST_CPU_ACCESS_PROTOCOL *Protocol);
+// The counter's rate: MSR 0xCE bits 15:8 (maximum non-turbo ratio) x 100.
+uint64_t TscTicksPerMicrosecond(const Board &Board);
 std::vector<uint8_t> BuildSystemInformationBlock(const Board &Board, const std::vector<EnumeratedFunction> &Pci);
 std::vector<uint8_t> BuildSystemTopologyBlock(const Board &Board);
 void InitIpmiProtocol(QOR_IPMI_PROTOCOL *Protocol);

@@ -24,10 +24,13 @@ T Field(CONST UINT8 *Info, UINTN Offset) {
   return Value;
 }
 
+// Up to Size characters: a text that fills the field has no terminator of
+// its own, the trim that follows writes it (at Out[Size] when nothing is
+// trimmed, as for the Identify fields).
 VOID CopyWide(CHAR8 *Out, UINTN Size, CONST CHAR16 *Text) {
   UINTN I = 0;
-  for (; Text != nullptr && I + 1 < Size && Text[I] != 0; I++) Out[I] = (CHAR8)Text[I];
-  if (Size > 0) Out[I] = 0;
+  for (; Text != nullptr && I < Size && Text[I] != 0; I++) Out[I] = (CHAR8)Text[I];
+  if (I < Size) Out[I] = 0;
 }
 
 BOOLEAN IsVmd(EFI_PCI_IO_PROTOCOL *PciIo) {

@@ -183,7 +183,8 @@ void ApplyRawOverride(const RawOverride &Raw, std::vector<uint8_t> *Config) {
 
 PciFunctionDef ParseFlatFunction(const JsonField &Entry) {
   Entry.AllowOnly({"bdf", "vendorId", "deviceId", "revisionId", "classCode", "headerType", "subsystemVendorId",
-                   "subsystemId", "config", "patches", "barSizes", "io16Bars", "faults", "firmware", "nic"});
+                   "subsystemId", "config", "patches", "barSizes", "io16Bars", "faults", "firmware", "nic",
+                   "vpd", "nvme", "vroc", "vmd"});
   PciFunctionDef F;
   PciLocation Location = ParseLocation(Entry.At("bdf"));
   F.Segment = Location.Segment;
@@ -221,6 +222,7 @@ PciFunctionDef ParseFlatFunction(const JsonField &Entry) {
   }
   if (auto Firmware = Entry.Optional("firmware")) F.FirmwareImages = ParseFirmwareImages(*Firmware);
   if (auto Nic = Entry.Optional("nic")) F.Nic = ParseNic(*Nic, false);
+  ParseDeviceExtras(Entry, &F);
   return F;
 }
 
@@ -345,7 +347,8 @@ unsigned ParseDevice(const JsonField &Entry, uint8_t Bus, PciDeviceDescription *
                  std::vector<std::pair<PciFunctionDef, RawOverride>> *OnBus) {
   Entry.AllowOnly({"device", "function", "type", "vendorId", "deviceId", "subsystemVendorId", "subsystemId",
                    "revisionId", "classCode", "pcie", "link", "slot", "bars", "portNumber", "devices",
-                   "secondaryBus", "subordinateBus", "config", "patches", "faults", "firmware", "nic"});
+                   "secondaryBus", "subordinateBus", "config", "patches", "faults", "firmware", "nic",
+                   "vpd", "nvme", "vroc", "vmd"});
   PciFunctionDef F;
   F.Segment = X.Segment;
   F.Bus = Bus;
@@ -415,6 +418,7 @@ unsigned ParseDevice(const JsonField &Entry, uint8_t Bus, PciDeviceDescription *
   if (auto Faults = Entry.Optional("faults")) F.Faults = ParseRuntimeFaults(*Faults);
   if (auto Firmware = Entry.Optional("firmware")) F.FirmwareImages = ParseFirmwareImages(*Firmware);
   if (auto Nic = Entry.Optional("nic")) F.Nic = ParseNic(*Nic, false);
+  ParseDeviceExtras(Entry, &F);
   OnBus->emplace_back(std::move(F), ParseRawOverride(Entry));
   return Bridge ? D.SubordinateBus : Bus;
 }
@@ -536,6 +540,18 @@ void ParsePci(const JsonField &Pci, Board *Out) {
     for (const JsonField &Entry : NicDb->Elements()) Def.NicDb.push_back(ParseNic(Entry, true));
   }
   Out->Pci = std::move(Def);
+}
+
+std::vector<PciFunctionDef> ParsePciDomain(const JsonField &Devices, uint8_t FirstBus, uint8_t LastBus) {
+  std::vector<PciFunctionDef> Out;
+  std::set<PciLocation> Taken;
+  Expansion X;
+  X.LastBus = LastBus;
+  X.NextBus = FirstBus + 1u;
+  X.Taken = &Taken;
+  X.Out = &Out;
+  ParseBus(Devices, FirstBus, nullptr, X);
+  return Out;
 }
 
 std::vector<PciRootBridgeDef> RootBridgesOf(const PciDef &Pci) {

@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "emulator/pci/pci_bus.h"
+#include "emulator/pci/pci_device_extras.h"
 #include "emulator/pci/pci_function.h"
 
 namespace qor::emu {
@@ -62,6 +63,7 @@ struct PciFunctionDef {
   PciFaults Faults;
   std::vector<FirmwareImageDef> FirmwareImages;
   std::optional<NicEntryDef> Nic;
+  PciDeviceExtras Extras;  // VPD, NVMe drive, VMD domain, VROC info
   PciLocation Location() const { return {Segment, Bus, Device, Function}; }
 };
 
@@ -84,6 +86,9 @@ struct PciDef {
 };
 
 void ParsePci(const JsonField &Pci, Board *Out);
+// The nested devices of a separate PCI domain (the buses behind a VMD): on
+// FirstBus, bridges numbered from FirstBus + 1 up to LastBus.
+std::vector<PciFunctionDef> ParsePciDomain(const JsonField &Devices, uint8_t FirstBus, uint8_t LastBus);
 
 // The root bridge I/O instances the board asks for.
 std::vector<PciRootBridgeDef> RootBridgesOf(const PciDef &Pci);

@@ -151,6 +151,7 @@ EFI_STATUS PciFunction::Read(uint32_t Offset, uint32_t Width, uint64_t *Value) c
     if (At >= Offset && At - Offset < Width) return Faults_.ReadStatus;
   }
   for (uint32_t I = 0; I < Width && I < 8; I++) *Value |= uint64_t{ByteAt(Offset + I)} << (8 * I);
+  if (Handler_ != nullptr) Handler_->AfterRead(Offset, Width, Value);
   return EFI_SUCCESS;
 }
 
@@ -158,12 +159,13 @@ void PciFunction::Write(uint32_t Offset, uint32_t Width, uint64_t Value) {
   if (Faults_.AllOnes) return;
   for (uint32_t I = 0; I < Width && I < 8; I++) {
     uint64_t At = uint64_t{Offset} + I;
-    if (At >= Config_.size()) return;
+    if (At >= Config_.size()) break;
     uint8_t New = static_cast<uint8_t>(Value >> (8 * I));
     uint8_t &Byte = Config_[At];
     Byte = static_cast<uint8_t>((Byte & ~WriteMask_[At]) | (New & WriteMask_[At]));
     Byte = static_cast<uint8_t>(Byte & ~(New & ClearMask_[At]));
   }
+  if (Handler_ != nullptr) Handler_->AfterWrite(Offset, Width, Value);
 }
 
 }  // namespace qor::emu

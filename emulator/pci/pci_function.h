@@ -58,6 +58,17 @@ struct PciBarSizes {
   uint8_t Io16Mask = 0;  // bit i: BAR i is a 16-bit I/O decoder
 };
 
+// Registers whose behaviour is more than masks: a capability with a
+// handshake (the VPD address/flag pair) is served by a handler that sees
+// every access after the stored bytes were read or written and may replace
+// the bytes of its registers in what a read returns.
+class PciRegisterHandler {
+ public:
+  virtual ~PciRegisterHandler() = default;
+  virtual void AfterRead(uint32_t Offset, uint32_t Width, uint64_t *Value) = 0;
+  virtual void AfterWrite(uint32_t Offset, uint32_t Width, uint64_t Value) = 0;
+};
+
 class PciFunction {
  public:
   // Config holds 64, 256 or 4096 bytes; the space is 4096 bytes when 4096
@@ -81,6 +92,9 @@ class PciFunction {
   // and writes to an all-ones function are dropped.
   void Write(uint32_t Offset, uint32_t Width, uint64_t Value);
 
+  // The handler stays owned by the caller and must outlive the function's use.
+  void SetRegisterHandler(PciRegisterHandler *Handler) { Handler_ = Handler; }
+
   PciFaults &Faults() { return Faults_; }
   const PciFaults &Faults() const { return Faults_; }
   PciAccessCounts &Counts() { return Counts_; }
@@ -97,6 +111,7 @@ class PciFunction {
   std::vector<uint8_t> ClearMask_;
   PciFaults Faults_;
   PciAccessCounts Counts_;
+  PciRegisterHandler *Handler_ = nullptr;
 };
 
 // Offset of the first capability with Id in the list from 0x34 of a

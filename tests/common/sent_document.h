@@ -7,6 +7,7 @@
 #include <rapidjson/document.h>
 
 #include <cstdint>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -48,6 +49,17 @@ inline std::vector<std::string> Lines(const std::vector<qor::emu::DebugLine> &De
   std::vector<std::string> Out;
   for (const auto &Line : DebugLines) Out.push_back(Line.Text);
   return Out;
+}
+
+// A log with the pool addresses the driver prints ("%p": 16 hex digits) put
+// as "<pointer>": they differ from boot to boot, the rest must not.
+inline std::string WithoutPointers(const std::string &Log) {
+  static const std::regex kPointer("\\b[0-9A-F]{16}\\b");
+  return std::regex_replace(Log, kPointer, "<pointer>");
+}
+inline std::vector<std::string> WithoutPointers(std::vector<std::string> Lines) {
+  for (std::string &Line : Lines) Line = WithoutPointers(Line);
+  return Lines;
 }
 
 inline size_t CountOf(const std::vector<qor::emu::DebugLine> &DebugLines, const std::string &Text) {

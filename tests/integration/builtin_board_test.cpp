@@ -60,7 +60,7 @@ TEST(BuiltInBoard, LogsTheTriggersWorkInOrder) {
 TEST(BuiltInBoard, ADebugPrintServiceUpToRevision0x10000LogsTheSameLines) {
   qor::emu::BootResult Older = Boot(R"({"debugPrint":{"revision":"0x10000"}})");
   EXPECT_FALSE(Older.DebugLines.empty());
-  EXPECT_EQ(LogOf(Older), LogOf(BuiltInBoot()));
+  EXPECT_EQ(WithoutPointers(LogOf(Older)), WithoutPointers(LogOf(BuiltInBoot())));
 }
 
 TEST(BuiltInBoard, WithoutTheDebugPrintServiceNothingIsLoggedButAllIsSent) {

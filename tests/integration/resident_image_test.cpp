@@ -15,7 +15,7 @@ struct ResidentForThisTest {
 
 void ExpectSameBoot(const qor::emu::BootResult &Fresh, const qor::emu::BootResult &Resident) {
   EXPECT_EQ(Resident.EntryStatus, Fresh.EntryStatus);
-  EXPECT_EQ(Resident.DebugLog, Fresh.DebugLog);
+  EXPECT_EQ(qortest::WithoutPointers(Resident.DebugLog), qortest::WithoutPointers(Fresh.DebugLog));
   ASSERT_EQ(Resident.Uploads.size(), Fresh.Uploads.size());
   for (size_t I = 0; I < Fresh.Uploads.size(); I++) {
     EXPECT_EQ(Resident.Uploads[I].StoredName, Fresh.Uploads[I].StoredName);
