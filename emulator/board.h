@@ -14,6 +14,7 @@
 #include "emulator/board_iio_training.h"
 #include "emulator/board_cpu_memory.h"
 #include "emulator/byte_patch.h"
+#include "emulator/cpu_csr_access.h"
 #include "emulator/pci/board_pci.h"
 #include "emulator/variable_store.h"
 #include "platform/uefi_base.h"
@@ -99,6 +100,8 @@ struct SystemInformationDef {
   uint32_t CpuBitMap = 0;
   std::string Stepping;            // stored as UCS-2
   std::vector<SataDriveDef> SataDrives;
+  // The IIO topology table as given; none: derived from the PCI root ports.
+  std::optional<std::vector<QOR_IIO_TOPOLOGY_ENTRY>> IioTopology;
   std::vector<BytePatch> Patches;  // raw bytes at block offsets, applied last
 };
 
@@ -166,6 +169,7 @@ struct Board {
   std::optional<std::vector<uint8_t>> DimmMapHob;         // 9-byte entries with the end entry
   std::optional<MemoryMapDataDef> MemoryMapData;  // behind the memory map HOB
   CpuPowerDef CpuPower;
+  std::optional<CpuCsrDef> CpuCsr;  // none: no CPU CSR access protocol
 
   // ---- TPM, SATA, BMC transport
   // The "tpm" member is applied while parsing: it sets the probe byte in

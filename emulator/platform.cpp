@@ -25,6 +25,7 @@ Platform::Platform(Firmware &Fw, const Board &Board)
     : Fw_(Fw), Board_(Board), Io_(Board_.IoPorts, Board_.Iio.IndexedIo) {
   Pcds_ = std::make_unique<PcdDatabase>(Board_);
   BuildPciBus(Board_, &Pci_);
+  Enumerated_ = Pci_.Enumerate();
   for (const auto &Name : Board_.Faults.FailVariableGet) Fw_.Variables().FailGet(ToU16(Name));
   for (const auto &Name : Board_.Faults.FailVariableSet) Fw_.Variables().FailSet(ToU16(Name));
   for (uint64_t Ordinal : Board_.Faults.FailAllocations) Fw_.GetPool().FailAllocation(Ordinal);
@@ -72,7 +73,7 @@ void Platform::Install() {
     InstallOnNewHandle(gQorSpiProtocolGuid, &Spi_);
   }
   if (!IsMissing("systemInformation")) {
-    SystemInformationBlock_ = BuildSystemInformationBlock(Board_);
+    SystemInformationBlock_ = BuildSystemInformationBlock(Board_, Enumerated_);
     SystemInformation_.DataBlock = Board_.SystemInformation.HasDataBlock ? SystemInformationBlock_.data() : nullptr;
     InstallOnNewHandle(gQorSystemInformationProtocolGuid, &SystemInformation_);
   }
@@ -116,6 +117,10 @@ void Platform::Install() {
     }
   }
   InstallPciDevices();
+  if (Board_.CpuCsr && !IsMissing("cpuCsr")) {
+    CpuCsr_ = std::make_unique<CpuCsrAccess>(*Board_.CpuCsr);
+    InstallOnNewHandle(gQorCpuCsrAccessProtocolGuid, CpuCsr_->Protocol());
+  }
 
   // TPM, SATA, BMC transport
   if (!IsMissing("custom")) {
@@ -131,7 +136,6 @@ void Platform::Install() {
 // One handle per function in enumeration order, as the bus driver creates
 // them, each with its PCI I/O instance and device path.
 void Platform::InstallPciDevices() {
-  Enumerated_ = Pci_.Enumerate();
   if (IsMissing("pciIo")) return;
   for (const EnumeratedFunction &Entry : Enumerated_) {
     PciIo_.push_back(std::make_unique<PciIoDevice>(Pci_, Entry));

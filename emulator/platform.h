@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "emulator/board.h"
+#include "emulator/cpu_csr_access.h"
 #include "emulator/cpu_memory_data.h"
 #include "emulator/firmware.h"
 #include "emulator/io_ports.h"
@@ -78,6 +79,8 @@ class Platform {
   const std::vector<std::unique_ptr<PciIoDevice>> &PciIoDevices() const { return PciIo_; }
   // The SMBIOS protocol's store (nullptr when the board has no SMBIOS).
   const SmbiosStore *Smbios() const { return Smbios_.get(); }
+  // The CPU CSR access protocol (nullptr when not installed).
+  const CpuCsrAccess *CpuCsr() const { return CpuCsr_.get(); }
 
   // Called by the protocol implementations.
   EFI_STATUS RecordUpload(const std::string &Name, const uint8_t *Data, uint32_t Size);
@@ -113,6 +116,7 @@ class Platform {
   std::vector<std::unique_ptr<PciIoDevice>> PciIo_;
   std::vector<EnumeratedFunction> Enumerated_;
   std::unique_ptr<SmbiosStore> Smbios_;
+  std::unique_ptr<CpuCsrAccess> CpuCsr_;
   CpuPowerData CpuPowerData_;
   QOR_CPU_POWER_PROTOCOL CpuPower_{};
 
@@ -144,7 +148,7 @@ void InitJsonProtocol(QOR_JSON_PROTOCOL *Protocol);
 void InitQuickTransProtocol(QOR_QUICK_TRANS_PROTOCOL *Protocol);
 void InitSpiProtocol(QOR_SPI_PROTOCOL *Protocol);
 void InitCpuAccessProtocol(QOR_HOST_CPU_ACCESS_PROTOCOL *Protocol);
-std::vector<uint8_t> BuildSystemInformationBlock(const Board &Board);
+std::vector<uint8_t> BuildSystemInformationBlock(const Board &Board, const std::vector<EnumeratedFunction> &Pci);
 std::vector<uint8_t> BuildSystemTopologyBlock(const Board &Board);
 void InitIpmiProtocol(QOR_IPMI_PROTOCOL *Protocol);
 std::vector<uint8_t> BuildCustomProtocolBlock(const Board &Board);

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "emulator/board_json.h"
+#include "emulator/pci/iio_topology.h"
 #include "emulator/platform.h"
 #include "platform/custom_protocol.h"
 #include "platform/system_information.h"
@@ -35,7 +36,7 @@ QOR_SATA_DRIVE_ENTRY SataDriveEntry(const SataDriveDef &Drive) {
 }
 }  // namespace
 
-std::vector<uint8_t> BuildSystemInformationBlock(const Board &Board) {
+std::vector<uint8_t> BuildSystemInformationBlock(const Board &Board, const std::vector<EnumeratedFunction> &Pci) {
   const SystemInformationDef &Info = Board.SystemInformation;
   std::vector<uint8_t> Block(kSystemInformationBlockSize, 0);
   std::memcpy(Block.data() + QOR_SYSINFO_CPU_BIT_MAP_OFFSET, &Info.CpuBitMap, sizeof(uint32_t));
@@ -47,6 +48,7 @@ std::vector<uint8_t> BuildSystemInformationBlock(const Board &Board) {
     QOR_SATA_DRIVE_ENTRY Entry = SataDriveEntry(Info.SataDrives[I]);
     std::memcpy(Block.data() + QOR_SYSINFO_SATA_DRIVES_OFFSET + I * sizeof(Entry), &Entry, sizeof(Entry));
   }
+  WriteIioTopologyTable(Board, Pci, &Block);
   ApplyBytePatches(&Block, Info.Patches);
   return Block;
 }

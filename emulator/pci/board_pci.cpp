@@ -98,6 +98,12 @@ PciFaults ParseRuntimeFaults(const JsonField &Faults) {
   }
   if (auto Status = Faults.Optional("readStatus")) Out.ReadStatus = Status->Status();
   if (auto Mirror = Faults.Optional("mirrorExtendedSpace")) Out.MirrorExtendedSpace = Mirror->Bool();
+  if (auto Fails = Faults.Optional("writeFails")) {
+    for (const JsonField &Offset : Fails->Elements()) {
+      Out.FailWritesAt.push_back(static_cast<uint32_t>(Offset.Uint(kPciExpressConfigSize - 1)));
+    }
+  }
+  if (auto Status = Faults.Optional("writeStatus")) Out.WriteStatus = Status->Status();
   return Out;
 }
 
@@ -218,7 +224,7 @@ PciFunctionDef ParseFlatFunction(const JsonField &Entry) {
     for (const JsonField &Index : Io16->Elements()) F.Bars.Io16Mask |= static_cast<uint8_t>(1U << Index.Uint(5));
   }
   if (auto Faults = Entry.Optional("faults")) {
-    Faults->AllowOnly({"allOnes", "readFails", "readStatus", "mirrorExtendedSpace"});
+    Faults->AllowOnly({"allOnes", "readFails", "readStatus", "mirrorExtendedSpace", "writeFails", "writeStatus"});
     F.Faults = ParseRuntimeFaults(*Faults);
   }
   if (auto Firmware = Entry.Optional("firmware")) F.FirmwareImages = ParseFirmwareImages(*Firmware);
@@ -330,9 +336,19 @@ PciDeviceDescription ParseDescription(const JsonField &Entry) {
   if (auto Link = Entry.Optional("link")) D.Link = ParseLink(*Link);
   if (auto Bars = Entry.Optional("bars")) D.Bars = ParseBars(*Bars);
   if (auto Port = Entry.Optional("portNumber")) D.PortNumber = U8(*Port);
+  if (auto Extended = Entry.Optional("extendedCapabilities")) {
+    if (!D.Express) Extended->Fail("a PCI Express function (extended capabilities need its 4096-byte space)");
+    D.Extended = ParseExtendedCapabilities(*Extended, D.Type == PciPortType::RootPort, D.Link.MaxWidth);
+    try {
+      std::vector<uint8_t> Scratch(kPciExpressConfigSize, 0);
+      PutExtendedCapabilities(D.Extended, &Scratch);
+    } catch (const std::invalid_argument &Error) {
+      Extended->Fail(Error.what());
+    }
+  }
   if (auto Faults = Entry.Optional("faults")) {
-    Faults->AllowOnly({"allOnes", "readFails", "readStatus", "mirrorExtendedSpace", "capabilityLoop",
-                       "capabilityPointer"});
+    Faults->AllowOnly({"allOnes", "readFails", "readStatus", "mirrorExtendedSpace", "writeFails", "writeStatus",
+                       "capabilityLoop", "capabilityPointer"});
     if (auto Loop = Faults->Optional("capabilityLoop")) D.CapabilityLoop = Loop->Bool();
     if (auto Pointer = Faults->Optional("capabilityPointer")) D.CapabilityPointer = U8(*Pointer);
   }
@@ -347,7 +363,8 @@ unsigned ParseDevice(const JsonField &Entry, uint8_t Bus, PciDeviceDescription *
                  std::vector<std::pair<PciFunctionDef, RawOverride>> *OnBus) {
   Entry.AllowOnly({"device", "function", "type", "vendorId", "deviceId", "subsystemVendorId", "subsystemId",
                    "revisionId", "classCode", "pcie", "link", "slot", "bars", "portNumber", "devices",
-                   "secondaryBus", "subordinateBus", "config", "patches", "faults", "firmware", "nic"});
+                   "secondaryBus", "subordinateBus", "config", "patches", "faults", "firmware", "nic",
+                   "extendedCapabilities", "iio"});
   PciFunctionDef F;
   F.Segment = X.Segment;
   F.Bus = Bus;
@@ -417,6 +434,10 @@ unsigned ParseDevice(const JsonField &Entry, uint8_t Bus, PciDeviceDescription *
   if (auto Faults = Entry.Optional("faults")) F.Faults = ParseRuntimeFaults(*Faults);
   if (auto Firmware = Entry.Optional("firmware")) F.FirmwareImages = ParseFirmwareImages(*Firmware);
   if (auto Nic = Entry.Optional("nic")) F.Nic = ParseNic(*Nic, false);
+  if (auto Iio = Entry.Optional("iio")) {
+    if (D.Type != PciPortType::RootPort) Iio->Fail("a \"rootPort\" type for this member");
+    F.IioPort = ParseIioPort(*Iio);
+  }
   OnBus->emplace_back(std::move(F), ParseRawOverride(Entry));
   return Bridge ? D.SubordinateBus : Bus;
 }

@@ -17,6 +17,7 @@
 #include <utility>
 #include <vector>
 
+#include "emulator/pci/iio_topology.h"
 #include "emulator/pci/pci_bus.h"
 #include "emulator/pci/pci_function.h"
 
@@ -62,6 +63,7 @@ struct PciFunctionDef {
   PciFaults Faults;
   std::vector<FirmwareImageDef> FirmwareImages;
   std::optional<NicEntryDef> Nic;
+  std::optional<IioPortDef> IioPort;  // a root port's IIO topology entry
   PciLocation Location() const { return {Segment, Bus, Device, Function}; }
 };
 
