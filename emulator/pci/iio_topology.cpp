@@ -179,9 +179,6 @@ std::vector<QOR_IIO_TOPOLOGY_ENTRY> DeriveIioTopology(const std::vector<PciFunct
     std::copy(Levels.begin(), Levels.end(), E.SwitchLevel);
     Out.push_back(E);
   }
-  std::stable_sort(Out.begin(), Out.end(), [](const QOR_IIO_TOPOLOGY_ENTRY &A, const QOR_IIO_TOPOLOGY_ENTRY &B) {
-    return A.PortIndex < B.PortIndex;
-  });
   if (Out.size() > kMaxEntries) Out.resize(kMaxEntries);
   return Out;
 }

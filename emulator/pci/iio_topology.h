@@ -5,7 +5,11 @@
 //
 // Unless the board gives the table ("systemInformation.iioTopology"), it is
 // derived from the PCI bus: every PCI Express root port found is one entry,
-// in port-index order, after the annotations of its "iio" member:
+// in enumeration order, after the annotations of its "iio" member. A range
+// starts at the root port's own bus, so the ranges of the ports on one bus
+// overlap; the lookup takes the first entry that holds a bus, and with buses
+// numbered depth-first enumeration order makes that the port above it. (Only
+// the first root port on a bus is then recognised as a root port itself.)
 //   socket, port   default socket 0 and the next free port of the socket
 //   kind           default 0 (a processor root port); "pch" or 2 for a PCH port
 //   slot           default the port's Slot Capabilities number (bits 26:19),
