@@ -9,6 +9,8 @@
 
 #include "emulator/board_iio_training.h"
 #include "emulator/board_json.h"
+#include "emulator/board_memory_map.h"
+#include "emulator/board_storage_tpm.h"
 #include "platform/custom_protocol.h"
 #include "platform/guids.h"
 #include "platform/system_information.h"
@@ -23,7 +25,7 @@ const std::vector<std::string> kProtocolNames = {
     "custom",
     "ipmi",
     "iioSys",
-    "smbios", "cpuPower", "pciRootBridgeIo", "pciIo",
+    "smbios", "cpuPower", "pciRootBridgeIo", "pciIo", "nicDb", "firmwareManagement",
     "cpuCsr",
 };
 
@@ -40,9 +42,10 @@ constexpr size_t kMrcPpinCount = 4;
 constexpr size_t kMrcSocketResultBytes = 4 * 90;
 
 // Lays Overlay over Base: objects merge member by member, anything else
-// (arrays included) replaces.
+// (arrays included) replaces. An object with an "import" member replaces
+// too: a PCI tree imported from a dump is not mixed with the base board's.
 void MergeInto(rapidjson::Value &Base, const rapidjson::Value &Overlay, rapidjson::Document::AllocatorType &Alloc) {
-  if (!Base.IsObject() || !Overlay.IsObject()) {
+  if (!Base.IsObject() || !Overlay.IsObject() || Overlay.HasMember("import")) {
     Base.CopyFrom(Overlay, Alloc);
     return;
   }
@@ -174,7 +177,7 @@ void ParseTriggers(const JsonField &Triggers, Board *Out) {
 
 void ParseFaults(const JsonField &Faults, Board *Out) {
   Faults.AllowOnly({"failAllocation", "missingProtocols", "failVariableGet", "failVariableSet", "sendFileStatus",
-                    "jsonStatus"});
+                    "jsonStatus", "memoryMapGrowth"});
   if (auto Alloc = Faults.Optional("failAllocation")) {
     Out->Faults.FailAllocations.clear();
     for (const JsonField &Entry : Alloc->Elements()) {
@@ -190,172 +193,47 @@ void ParseFaults(const JsonField &Faults, Board *Out) {
   if (auto Set = Faults.Optional("failVariableSet")) Out->Faults.FailVariableSet = ParseNames(*Set, {});
   if (auto Send = Faults.Optional("sendFileStatus")) Out->Faults.SendFileStatus = Send->Status();
   if (auto Json = Faults.Optional("jsonStatus")) Out->Faults.JsonStatus = Json->Status();
-}
-
-// TPM, SATA, BMC transport.
-
-// A text stored NUL-terminated in a field of Width bytes.
-std::string FieldText(const JsonField &Field, size_t Width) {
-  std::string Text = Field.String();
-  if (Text.size() >= Width) Field.Fail("a text of at most " + std::to_string(Width - 1) + " characters");
-  return Text;
-}
-
-void ParseSataDrives(const JsonField &Drives, SystemInformationDef *Def) {
-  auto Elements = Drives.Elements();
-  if (Elements.size() > QOR_SYSINFO_SATA_DRIVES_MAX) {
-    Drives.Fail("at most " + std::to_string(QOR_SYSINFO_SATA_DRIVES_MAX) + " drive entries");
+  if (auto Growth = Faults.Optional("memoryMapGrowth")) {
+    Out->Faults.MemoryMapGrowth = static_cast<uint32_t>(Growth->Uint(4096));
   }
-  Def->SataDrives.clear();
+}
+
+void ParseIioStacks(const JsonField &Stacks, SystemInformationDef *Def) {
+  Def->Stacks.reset();
+  if (Stacks.IsNull()) return;
+  auto Elements = Stacks.Elements();
+  if (Elements.size() > QOR_SYSINFO_STACK_MAX) Stacks.Fail("at most " + std::to_string(QOR_SYSINFO_STACK_MAX) + " stacks");
+  Def->Stacks.emplace();
   for (const JsonField &Entry : Elements) {
-    Entry.AllowOnly({"present", "portIndex", "model", "firmware", "capacity", "speed", "mediaType", "formFactor",
-                     "serial"});
-    QOR_SATA_DRIVE_ENTRY Layout;
-    SataDriveDef Drive;
-    if (auto Present = Entry.Optional("present")) {
-      Drive.Present = Present->Raw().IsBool() ? (Present->Bool() ? 1 : 0) : static_cast<uint8_t>(Present->Uint(255));
+    Entry.AllowOnly({"valid", "segment", "rootPort", "buses"});
+    IioStackDef Stack;
+    if (auto Valid = Entry.Optional("valid")) Stack.Valid = Valid->Raw().IsBool() ? (Valid->Bool() ? 1 : 0) : static_cast<uint8_t>(Valid->Uint(255));
+    if (auto Segment = Entry.Optional("segment")) Stack.Segment = static_cast<uint16_t>(Segment->Uint(0xFFFF));
+    if (auto Port = Entry.Optional("rootPort")) {
+      auto Parts = Port->Elements();
+      if (Parts.size() != 3) Port->Fail("[bus, device, function]");
+      Stack.RootPort.Bus = static_cast<uint8_t>(Parts[0].Uint(0xFF));
+      Stack.RootPort.Device = static_cast<uint8_t>(Parts[1].Uint(0xFF));
+      Stack.RootPort.Function = static_cast<uint8_t>(Parts[2].Uint(0xFF));
     }
-    if (auto Port = Entry.Optional("portIndex")) Drive.PortIndex = static_cast<uint8_t>(Port->Uint(255));
-    if (auto Model = Entry.Optional("model")) Drive.Model = FieldText(*Model, sizeof(Layout.Model));
-    if (auto Firmware = Entry.Optional("firmware")) Drive.Firmware = FieldText(*Firmware, sizeof(Layout.FwVersion));
-    if (auto Capacity = Entry.Optional("capacity")) Drive.Capacity = FieldText(*Capacity, sizeof(Layout.Capacity));
-    if (auto Speed = Entry.Optional("speed")) Drive.SpeedIndex = static_cast<uint8_t>(Speed->Uint(255));
-    if (auto Media = Entry.Optional("mediaType")) {
-      if (Media->IsString() && (Media->String() == "SSD" || Media->String() == "HDD")) {
-        Drive.MediaType = Media->String() == "SSD" ? QOR_SATA_MEDIA_SSD : 2;
-      } else {
-        Drive.MediaType = static_cast<uint16_t>(Media->Uint(0xFFFF));
-      }
+    if (auto Buses = Entry.Optional("buses")) {
+      auto Ends = Buses->Elements();
+      if (Ends.size() != 2) Buses->Fail("[bus base, bus limit]");
+      Stack.BusBase = static_cast<uint8_t>(Ends[0].Uint(0xFF));
+      Stack.BusLimit = static_cast<uint8_t>(Ends[1].Uint(0xFF));
     }
-    if (auto Form = Entry.Optional("formFactor")) Drive.FormFactor = static_cast<uint16_t>(Form->Uint(0xFFFF));
-    if (auto Serial = Entry.Optional("serial")) Drive.Serial = FieldText(*Serial, sizeof(Layout.SerialNumber));
-    Def->SataDrives.push_back(Drive);
-  }
-}
-
-void ParseCustomProtocol(const JsonField &Custom, Board *Out) {
-  Custom.AllowOnly({"sataPorts"});
-  if (auto Ports = Custom.Optional("sataPorts")) {
-    auto Elements = Ports->Elements();
-    if (Elements.size() > QOR_CUSTOM_SATA_PORT_COUNT) {
-      Ports->Fail("at most " + std::to_string(QOR_CUSTOM_SATA_PORT_COUNT) + " port records");
-    }
-    Out->CustomProtocol.SataPorts.clear();
-    for (const JsonField &Entry : Elements) {
-      Entry.AllowOnly({"portIndex", "slot"});
-      SataPortDef Port;
-      Port.PortIndex = static_cast<uint8_t>(Entry.At("portIndex").Uint(255));
-      if (auto Slot = Entry.Optional("slot")) Port.Slot = FieldText(*Slot, QOR_SATA_SLOT_NAME_SIZE);
-      Out->CustomProtocol.SataPorts.push_back(Port);
-    }
-  }
-}
-
-void ParseIpmi(const JsonField &Ipmi, Board *Out) {
-  Ipmi.AllowOnly({"response", "status"});
-  if (auto Response = Ipmi.Optional("response")) Out->Ipmi.Response = Response->Bytes();
-  if (auto Status = Ipmi.Optional("status")) Out->Ipmi.Status = Status->Status();
-}
-
-// TPM settings bytes of the "Setup" variable by their board names.
-struct SetupByteName {
-  const char *Name;
-  size_t Offset;
-};
-const SetupByteName kSetupTpmBytes[] = {
-    {"tpmEnable", QOR_SETUP_TPM_ENABLE},
-    {"tpmOperation", QOR_SETUP_TPM_OPERATION},
-    {"tpmEnaDisable", QOR_SETUP_TPM_ENA_DISABLE},
-    {"tpmActDeact", QOR_SETUP_TPM_ACT_DEACT},
-    {"tpmOwnedUnowned", QOR_SETUP_TPM_OWNED_UNOWNED},
-    {"tpmSupport", QOR_SETUP_TPM_SUPPORT},
-    {"tcgSupportEnabled", QOR_SETUP_TCG_SUPPORT_ENABLED},
-    {"tcmSupportEnabled", QOR_SETUP_TCM_SUPPORT_ENABLED},
-    {"tpmAuthenticate", QOR_SETUP_TPM_AUTHENTICATE},
-    {"tpmError", QOR_SETUP_TPM_ERROR},
-    {"tpm20Device", QOR_SETUP_TPM20_DEVICE},
-    {"tcg2SpecVersion", QOR_SETUP_TCG2_SPEC_VERSION},
-    {"platformHierarchy", QOR_SETUP_PLATFORM_HIERARCHY},
-    {"storageHierarchy", QOR_SETUP_STORAGE_HIERARCHY},
-    {"endorsementHierarchy", QOR_SETUP_ENDORSEMENT_HIERARCHY},
-    {"interfaceSel", QOR_SETUP_INTERFACE_SEL},
-    {"deviceType", QOR_SETUP_DEVICE_TYPE},
-    {"reserved3", QOR_SETUP_RESERVED3},
-    {"tpmTcmDeviceType", QOR_SETUP_TPM_TCM_DEVICE_TYPE},
-};
-constexpr uint8_t kTpmAccessRegisterValid = 0xA1;  // valid, active locality, established
-
-// Builds the "Setup" variable from named TPM bytes; it replaces a "Setup"
-// entry of the "variables" list.
-Variable ParseSetupVariable(const JsonField &Setup) {
-  Setup.AllowOnly({"size", "attributes", "pcrBanks", "patches", "tpmEnable", "tpmOperation", "tpmEnaDisable",
-                   "tpmActDeact", "tpmOwnedUnowned", "tpmSupport", "tcgSupportEnabled", "tcmSupportEnabled",
-                   "tpmAuthenticate", "tpmError", "tpm20Device", "tcg2SpecVersion", "platformHierarchy",
-                   "storageHierarchy", "endorsementHierarchy", "interfaceSel", "deviceType", "reserved3",
-                   "tpmTcmDeviceType"});
-  constexpr size_t kLastTpmByte = QOR_SETUP_TPM_TCM_DEVICE_TYPE;
-  Variable Value;
-  Value.Name = u"Setup";
-  Value.Guid = gQorSetupVariableGuid;
-  Value.Attributes = 0x7;
-  if (auto Attributes = Setup.Optional("attributes")) Value.Attributes = static_cast<uint32_t>(Attributes->Uint(0xFFFFFFFF));
-  size_t Size = QOR_SETUP_VARIABLE_READ_SIZE;
-  if (auto Wanted = Setup.Optional("size")) {
-    Size = Wanted->Uint(1 << 20);
-    if (Size <= kLastTpmByte) Wanted->Fail("a size above " + std::to_string(kLastTpmByte) + " (the TPM bytes)");
-  }
-  Value.Data.assign(Size, 0);
-  for (const SetupByteName &Byte : kSetupTpmBytes) {
-    if (auto Field = Setup.Optional(Byte.Name)) Value.Data[Byte.Offset] = static_cast<uint8_t>(Field->Uint(255));
-  }
-  if (auto Banks = Setup.Optional("pcrBanks")) {
-    uint64_t Mask = Banks->Uint((1U << QOR_SETUP_PCR_BANK_COUNT) - 1);
-    for (size_t Bank = 0; Bank < QOR_SETUP_PCR_BANK_COUNT; Bank++) {
-      Value.Data[QOR_SETUP_PCR_BANK_FIRST + Bank] = static_cast<uint8_t>(Mask & (1U << Bank));
-    }
-  }
-  if (auto Patches = Setup.Optional("patches")) {
-    for (const JsonField &Entry : Patches->Elements()) {
-      Entry.AllowOnly({"offset", "bytes"});
-      uint64_t Offset = Entry.At("offset").Uint(Size - 1);
-      std::vector<uint8_t> Bytes = Entry.At("bytes").Bytes();
-      if (Offset + Bytes.size() > Size) Entry.Fail("bytes that end inside the " + std::to_string(Size) + "-byte variable");
-      std::copy(Bytes.begin(), Bytes.end(), Value.Data.begin() + static_cast<std::ptrdiff_t>(Offset));
-    }
-  }
-  return Value;
-}
-
-void ParseTpm(const JsonField &Tpm, Board *Out) {
-  Tpm.AllowOnly({"present", "accessRegister", "setup"});
-  auto Present = Tpm.Optional("present");
-  auto Access = Tpm.Optional("accessRegister");
-  if (Present || Access) {
-    bool HasDevice = Present ? Present->Bool() : true;
-    uint8_t Byte = Access ? static_cast<uint8_t>(Access->Uint(255)) : kTpmAccessRegisterValid;
-    Out->MmioBytes[QOR_TPM_ACCESS_REGISTER_ADDRESS] = HasDevice ? Byte : QOR_TPM_NO_DEVICE;
-  }
-  if (auto Setup = Tpm.Optional("setup")) {
-    if (Setup->IsNull()) return;
-    Variable Value = ParseSetupVariable(*Setup);
-    auto &Variables = Out->Variables;
-    Variables.erase(std::remove_if(Variables.begin(), Variables.end(),
-                                   [&](const Variable &V) {
-                                     return V.Name == Value.Name &&
-                                            std::memcmp(&V.Guid, &Value.Guid, sizeof(EFI_GUID)) == 0;
-                                   }),
-                    Variables.end());
-    Variables.push_back(std::move(Value));
+    Def->Stacks->push_back(Stack);
   }
 }
 
 void ParseSystemInformation(const JsonField &Info, Board *Out) {
-  Info.AllowOnly({"dataBlock", "cpuBitMap", "stepping", "sataDrives", "iioTopology", "patches"});
+  Info.AllowOnly({"dataBlock", "cpuBitMap", "stepping", "sataDrives", "stacks", "iioTopology", "patches"});
   SystemInformationDef &Def = Out->SystemInformation;
   if (auto Present = Info.Optional("dataBlock")) Def.HasDataBlock = Present->Bool();
   if (auto BitMap = Info.Optional("cpuBitMap")) Def.CpuBitMap = static_cast<uint32_t>(BitMap->Uint(0xFFFFFFFF));
   if (auto Stepping = Info.Optional("stepping")) Def.Stepping = Stepping->String();
   if (auto Drives = Info.Optional("sataDrives")) ParseSataDrives(*Drives, &Def);
+  if (auto Stacks = Info.Optional("stacks")) ParseIioStacks(*Stacks, &Def);
   if (auto Table = Info.Optional("iioTopology")) {
     Def.IioTopology.reset();
     if (!Table->IsNull()) Def.IioTopology = ParseIioTopology(*Table);
@@ -377,62 +255,6 @@ void ParseSystemTopology(const JsonField &Topology, Board *Out) {
       if (auto Valid = Entry.Optional("valid")) Socket.Valid = Valid->Bool();
       if (auto Chop = Entry.Optional("chopType")) Socket.ChopType = static_cast<uint8_t>(Chop->Uint(255));
       Out->SystemTopology.Sockets.push_back(Socket);
-    }
-  }
-}
-
-// memory map: the descriptors GetMemoryMap serves.
-const char *const kMemoryTypeNames[] = {
-    "EfiReservedMemoryType",  "EfiLoaderCode",       "EfiLoaderData",          "EfiBootServicesCode",
-    "EfiBootServicesData",    "EfiRuntimeServicesCode", "EfiRuntimeServicesData", "EfiConventionalMemory",
-    "EfiUnusableMemory",      "EfiACPIReclaimMemory", "EfiACPIMemoryNVS",       "EfiMemoryMappedIO",
-    "EfiMemoryMappedIOPortSpace", "EfiPalCode",       "EfiPersistentMemory",    "EfiUnacceptedMemoryType",
-};
-
-uint32_t ParseMemoryType(const JsonField &Type) {
-  if (Type.IsString()) {
-    std::string Name = Type.String();
-    for (uint32_t I = 0; I < sizeof(kMemoryTypeNames) / sizeof(kMemoryTypeNames[0]); I++) {
-      if (Name == kMemoryTypeNames[I]) return I;
-    }
-    if (Name.empty() || !std::isdigit(static_cast<unsigned char>(Name[0]))) {
-      Type.Fail("a memory type: a number up to 0xFFFFFFFF or a name such as \"EfiConventionalMemory\", got \"" +
-                Name + "\"");
-    }
-  }
-  return static_cast<uint32_t>(Type.Uint(0xFFFFFFFF));
-}
-
-void ParseMemoryMap(const JsonField &Map, Board *Out) {
-  Map.AllowOnly({"descriptorSize", "descriptorVersion", "descriptors"});
-  Board::MemoryMapDef &Def = Out->MemoryMap;
-  if (auto Size = Map.Optional("descriptorSize")) {
-    Def.DescriptorSize = Size->Uint(4096);
-    if (Def.DescriptorSize < 40 || Def.DescriptorSize % 8 != 0) {
-      Size->Fail("a descriptor size of at least 40 (the descriptor structure) and a multiple of 8, got " +
-                 std::to_string(Def.DescriptorSize));
-    }
-  }
-  if (auto Version = Map.Optional("descriptorVersion")) {
-    Def.DescriptorVersion = static_cast<uint32_t>(Version->Uint(0xFFFFFFFF));
-  }
-  if (auto Descriptors = Map.Optional("descriptors")) {
-    Def.Descriptors.clear();
-    for (const JsonField &Entry : Descriptors->Elements()) {
-      Entry.AllowOnly({"type", "start", "pages", "attribute"});
-      Board::MemoryDescriptor Descriptor;
-      Descriptor.Type = ParseMemoryType(Entry.At("type"));
-      JsonField Start = Entry.At("start");
-      Descriptor.Start = Start.Uint();
-      if (Descriptor.Start % 4096 != 0) Start.Fail("a start address aligned to 4 KiB");
-      JsonField Pages = Entry.At("pages");
-      Descriptor.Pages = Pages.Uint();
-      if (Descriptor.Pages == 0) Pages.Fail("at least 1 page");
-      if (Descriptor.Pages - 1 > (UINT64_MAX - Descriptor.Start) / 4096) {
-        Pages.Fail("a page count that keeps the range below 2^64");
-      }
-      if (auto Attribute = Entry.Optional("attribute")) Descriptor.Attribute = Attribute->Uint();
-      Def.Descriptors.push_back(Descriptor);
     }
   }
 }
@@ -520,7 +342,7 @@ void ParseBoardObject(const JsonField &Root, Board *Out) {
 }  // namespace
 
 namespace {
-Board ParseOverBase(const std::string &JsonText, bool IsBuiltIn) {
+Board ParseOverBase(const std::string &JsonText, bool IsBuiltIn, const std::string &Directory = "") {
   rapidjson::Document Overlay;
   ParseBoardDocument(JsonText, &Overlay);
   std::string Base = "builtin";
@@ -536,12 +358,15 @@ Board ParseOverBase(const std::string &JsonText, bool IsBuiltIn) {
     Merged.CopyFrom(Overlay, Merged.GetAllocator());
   }
   Board Out;
+  Out.Directory = Directory;
   ParseBoardObject(JsonField(Merged, "board"), &Out);
   return Out;
 }
 }  // namespace
 
-Board ParseBoard(const std::string &JsonText) { return ParseOverBase(JsonText, false); }
+Board ParseBoard(const std::string &JsonText, const std::string &Directory) {
+  return ParseOverBase(JsonText, false, Directory);
+}
 
 Board LoadBoardFile(const std::string &Path) {
   std::error_code Error;
@@ -552,7 +377,7 @@ Board LoadBoardFile(const std::string &Path) {
   Text << In.rdbuf();
   if (In.bad()) throw BoardError(Path + ": cannot be read");
   try {
-    return ParseBoard(Text.str());
+    return ParseBoard(Text.str(), std::filesystem::path(Path).parent_path().string());
   } catch (const BoardError &Error) {
     throw BoardError(Path + ": " + Error.what());
   }

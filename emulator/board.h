@@ -59,6 +59,7 @@ struct FaultPlan {
   std::vector<std::string> FailVariableSet;
   std::optional<EFI_STATUS> SendFileStatus;     // status the quick trans send returns
   std::optional<EFI_STATUS> JsonStatus;         // status Validate/PrettyPrint return
+  uint32_t MemoryMapGrowth = 0;                 // descriptors GetMemoryMap gains after each "too small"
 };
 
 // TPM, SATA, BMC transport.
@@ -84,6 +85,7 @@ struct SataPortDef {
 // The qor custom protocol's data block.
 struct CustomProtocolDef {
   std::vector<SataPortDef> SataPorts;  // at most QOR_CUSTOM_SATA_PORT_COUNT
+  std::vector<std::string> M2Names;    // slot 251, slot 252 first and second choice
 };
 
 // The qor ipmi protocol: what the BMC answers to every request.
@@ -94,12 +96,23 @@ struct IpmiDef {
 
 constexpr size_t kCustomProtocolBlockSize = 0x8000;
 
+// One entry of the IIO stack table.
+struct IioStackDef {
+  uint8_t Valid = 1;
+  uint16_t Segment = 0;
+  PciLocation RootPort;
+  uint8_t BusBase = 0;
+  uint8_t BusLimit = 0;
+};
+
 // The data block behind the system information protocol.
 struct SystemInformationDef {
   bool HasDataBlock = true;        // false: the protocol's member is null
   uint32_t CpuBitMap = 0;
   std::string Stepping;            // stored as UCS-2
   std::vector<SataDriveDef> SataDrives;
+  // The IIO stack table as given; none: derived from the PCI root ports.
+  std::optional<std::vector<IioStackDef>> Stacks;
   // The IIO topology table as given; none: derived from the PCI root ports.
   std::optional<std::vector<QOR_IIO_TOPOLOGY_ENTRY>> IioTopology;
   std::vector<BytePatch> Patches;  // raw bytes at block offsets, applied last
@@ -118,6 +131,9 @@ constexpr size_t kSystemInformationBlockSize = 0x20000;
 
 struct Board {
   std::string Name = "unnamed board";
+  // Where the board's relative paths (a PCI import) resolve; empty: the
+  // current directory.
+  std::string Directory;
 
   // Platform PCD database (EDK2 PCD protocol) by token number, and the
   // dynamic-ex values of EFI_PCD_PROTOCOL by token space and token.
@@ -182,7 +198,9 @@ struct Board {
 extern const std::vector<std::string> kProtocolNames;
 
 // Parses and validates a board; throws BoardError.
-Board ParseBoard(const std::string &JsonText);
+// Directory: where relative paths in the board resolve (LoadBoardFile
+// passes the file's folder).
+Board ParseBoard(const std::string &JsonText, const std::string &Directory = "");
 Board LoadBoardFile(const std::string &Path);
 // The board compiled into the tools.
 const char *BuiltInBoardJson();

@@ -4,6 +4,7 @@
 
 #include "emulator/driver_image.h"
 #include "emulator/pcd_database.h"
+#include "emulator/pci/lspci_export.h"
 #include "emulator/smbios_table.h"
 
 namespace qor::emu {
@@ -50,6 +51,7 @@ BootResult RunBoot(const Board &Board, const std::vector<Variable> *Variables, c
   Firmware Fw;
   Platform Plat(Fw, Board);
   Plat.Install();
+  Result.LspciDump = LspciDumpOf(Plat.Pci());
   if (Variables != nullptr) {
     Fw.Variables().Clear();
     for (const Variable &Value : *Variables) Fw.Variables().Put(Value);
@@ -72,6 +74,11 @@ BootResult RunBoot(const Board &Board, const std::vector<Variable> *Variables, c
   Result.ServiceCalls = Fw.Counters().Calls;
   Result.CpuAccesses = Plat.CpuAccessCount();
   Result.PciConfigReads = Plat.Pci().TotalReads();
+  Result.PciConfigWrites = Plat.Pci().TotalWrites();
+  Result.PciAbsentReads = Plat.Pci().AbsentCounts().Reads;
+  for (const auto &[Location, Function] : Plat.Pci().Functions()) {
+    Result.PciFunctionCosts.push_back({Location.Text(), Function->Counts().Reads, Function->Counts().Writes});
+  }
   if (const SmbiosStore *Smbios = Plat.Smbios()) {
     Result.SmbiosDump = SmbiosDumpFile(Smbios->Records(), Smbios->MajorVersion(), Smbios->MinorVersion());
   }

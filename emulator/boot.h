@@ -31,7 +31,16 @@ struct BootResult {
   uint64_t AllocationsHeldAtEnd = 0;
   std::map<std::string, uint64_t> ServiceCalls;
   uint64_t CpuAccesses = 0;
-  uint64_t PciConfigReads = 0;       // configuration-space reads through the PCI model
+  uint64_t PciConfigReads = 0;       // configuration-space reads (calls) through every access path
+  uint64_t PciConfigWrites = 0;
+  struct PciFunctionCost {
+    std::string Location;            // "SSSS:BB:DD.F"
+    uint64_t Reads;
+    uint64_t Writes;
+  };
+  std::vector<PciFunctionCost> PciFunctionCosts;  // every function, in location order
+  uint64_t PciAbsentReads = 0;       // reads of locations where no function is
+  std::string LspciDump;            // the configuration space before the driver's entry, lspci -xxxx text
   std::vector<uint8_t> SmbiosDump;  // the SMBIOS table served, as a dump file (empty without SMBIOS)
   std::set<std::string> UnknownPcdTokens;
 

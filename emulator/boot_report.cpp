@@ -18,22 +18,12 @@ const std::vector<std::string> kSectionNames = {
     "OnBoardSataInfo", "PcieDevice", "PcieTopology", "MiscInfo", "PcieResource", "MemoryMap", "IioInfo",
 };
 
-namespace {
-
-using Writer = rapidjson::PrettyWriter<rapidjson::StringBuffer>;
-
 std::string StatusText(EFI_STATUS Status) {
   const char *Text = QorStatusText(Status);
   if (Text != nullptr) return Text;
   char Hex[24];
   std::snprintf(Hex, sizeof(Hex), "0x%llX", static_cast<unsigned long long>(Status));
   return Hex;
-}
-
-std::string Hex(uint64_t Value, int Digits) {
-  char Text[24];
-  std::snprintf(Text, sizeof(Text), "0x%0*llX", Digits, static_cast<unsigned long long>(Value));
-  return Text;
 }
 
 std::string BytesHex(const std::vector<uint8_t> &Bytes) {
@@ -83,6 +73,16 @@ std::string ValidUtf8(const std::string &Text) {
     }
   }
   return Out;
+}
+
+namespace {
+
+using Writer = rapidjson::PrettyWriter<rapidjson::StringBuffer>;
+
+std::string Hex(uint64_t Value, int Digits) {
+  char Text[24];
+  std::snprintf(Text, sizeof(Text), "0x%0*llX", Digits, static_cast<unsigned long long>(Value));
+  return Text;
 }
 
 void Key(Writer &W, const char *Name) { W.Key(Name); }
@@ -269,6 +269,23 @@ std::string BootReportJson(const Board &Board, const BootResult &Result, int Boo
   W.Uint64(Result.CpuAccesses);
   Key(W, "pciConfigReads");
   W.Uint64(Result.PciConfigReads);
+  Key(W, "pciConfigWrites");
+  W.Uint64(Result.PciConfigWrites);
+  Key(W, "pciAbsentFunctionReads");
+  W.Uint64(Result.PciAbsentReads);
+  Key(W, "pciFunctions");
+  W.StartArray();
+  for (const auto &Cost : Result.PciFunctionCosts) {
+    W.StartObject();
+    Key(W, "location");
+    Str(W, Cost.Location);
+    Key(W, "reads");
+    W.Uint64(Cost.Reads);
+    Key(W, "writes");
+    W.Uint64(Cost.Writes);
+    W.EndObject();
+  }
+  W.EndArray();
   Key(W, "serviceCalls");
   W.StartObject();
   uint64_t Total = 0;
@@ -312,6 +329,7 @@ void WriteBootOutputs(const std::string &Directory, const Board &Board, const Bo
   WriteText(Dir / "debug.log", Result.DebugLog);
   WriteText(Dir / "boot.json", BootReportJson(Board, Result, BootNumber));
   WriteText(Dir / "variables.json", VariablesJson(Result.VariablesAfter));
+  WriteText(Dir / "lspci.txt", Result.LspciDump);
   if (!Result.SmbiosDump.empty()) WriteFile(Dir / "smbios.bin", Result.SmbiosDump.data(), Result.SmbiosDump.size());
 }
 

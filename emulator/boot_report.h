@@ -30,6 +30,14 @@ std::string VariablesJson(const std::vector<Variable> &Variables);
 void WriteBootOutputs(const std::string &Directory, const Board &Board, const BootResult &Result, int BootNumber);
 
 uint32_t Crc32Of(const std::vector<uint8_t> &Bytes);
+// Texts of the report: a status by its name (hex when it has none), bytes
+// in upper-case hex, a reset type ("cold", "warm", "shutdown"...).
+std::string StatusText(EFI_STATUS Status);
+std::string BytesHex(const std::vector<uint8_t> &Bytes);
+const char *ResetTypeName(EFI_RESET_TYPE Type);
+// Text as valid UTF-8 (a byte that starts no well-formed sequence becomes
+// U+FFFD), so a report stays valid JSON whatever the firmware printed.
+std::string ValidUtf8(const std::string &Text);
 
 }  // namespace qor::emu
 

@@ -6,9 +6,6 @@
 #include <cstdarg>
 #include <cstring>
 
-#include "emulator/device_path_util.h"
-#include "platform/guids.h"
-
 namespace qor::emu {
 
 namespace {
@@ -360,356 +357,6 @@ void Firmware::SetMemoryMap(std::vector<EFI_MEMORY_DESCRIPTOR> Map, UINTN Descri
   MapKey_++;
 }
 
-// ---------------------------------------------------------------- TPL and events
-
-EFI_TPL Firmware::RaiseTpl(EFI_TPL NewTpl) {
-  Count("RaiseTPL");
-  EFI_TPL Old = Tpl_;
-  if (NewTpl > Tpl_) Tpl_ = NewTpl;
-  return Old;
-}
-
-void Firmware::RestoreTpl(EFI_TPL OldTpl) {
-  Count("RestoreTPL");
-  if (OldTpl > Tpl_) return;  // restoring upwards is a caller error; ignore it
-  DispatchAbove(OldTpl);
-  Tpl_ = OldTpl;
-}
-
-Firmware::EventRecord *Firmware::FindEvent(EFI_EVENT Event) {
-  for (auto &Record : Events_) {
-    if (Record.get() == Event && !Record->Closed) return Record.get();
-  }
-  return nullptr;
-}
-
-void Firmware::QueueEvent(EventRecord *Event) {
-  if (Event->Queued) return;
-  Event->Queued = true;
-  EventQueue_.push_back(Event);
-}
-
-// Runs queued notify functions whose TPL is above Tpl, highest TPL first and
-// in signal order within one TPL, each at its own TPL.
-void Firmware::DispatchAbove(EFI_TPL Tpl) {
-  for (;;) {
-    size_t Best = EventQueue_.size();
-    for (size_t I = 0; I < EventQueue_.size(); I++) {
-      if (EventQueue_[I]->NotifyTpl > Tpl && (Best == EventQueue_.size() ||
-                                              EventQueue_[I]->NotifyTpl > EventQueue_[Best]->NotifyTpl)) {
-        Best = I;
-      }
-    }
-    if (Best == EventQueue_.size()) return;
-    EventRecord *Event = EventQueue_[Best];
-    EventQueue_.erase(EventQueue_.begin() + static_cast<std::ptrdiff_t>(Best));
-    Event->Queued = false;
-    if (Event->Closed || Event->Notify == nullptr) continue;
-    EFI_TPL Saved = Tpl_;
-    Tpl_ = Event->NotifyTpl;
-    Event->Notify(Event, Event->Context);
-    Tpl_ = Saved;
-  }
-}
-
-EFI_STATUS Firmware::CreateEvent(UINT32 Type, EFI_TPL NotifyTpl, EFI_EVENT_NOTIFY Notify, void *Context,
-                                 EFI_EVENT *Event) {
-  Count("CreateEvent");
-  if (Event == nullptr) return EFI_INVALID_PARAMETER;
-  if ((Type & (EVT_NOTIFY_SIGNAL | EVT_NOTIFY_WAIT)) != 0) {
-    if (Notify == nullptr || NotifyTpl <= TPL_APPLICATION || NotifyTpl >= TPL_HIGH_LEVEL) {
-      return EFI_INVALID_PARAMETER;
-    }
-  }
-  auto Record = std::make_unique<EventRecord>();
-  Record->Type = Type;
-  Record->NotifyTpl = NotifyTpl;
-  Record->Notify = Notify;
-  Record->Context = Context;
-  *Event = Record.get();
-  Events_.push_back(std::move(Record));
-  return EFI_SUCCESS;
-}
-
-EFI_STATUS Firmware::SignalEvent(EFI_EVENT Event) {
-  Count("SignalEvent");
-  EventRecord *Record = FindEvent(Event);
-  if (Record == nullptr) return EFI_INVALID_PARAMETER;
-  Record->Signaled = true;
-  if ((Record->Type & EVT_NOTIFY_SIGNAL) != 0) {
-    QueueEvent(Record);
-    EFI_TPL Old = Tpl_;
-    DispatchAbove(Old);
-  }
-  return EFI_SUCCESS;
-}
-
-EFI_STATUS Firmware::CloseEvent(EFI_EVENT Event) {
-  Count("CloseEvent");
-  EventRecord *Record = FindEvent(Event);
-  if (Record == nullptr) return EFI_INVALID_PARAMETER;
-  Record->Closed = true;
-  EventQueue_.erase(std::remove(EventQueue_.begin(), EventQueue_.end(), Record), EventQueue_.end());
-  Notifies_.erase(std::remove_if(Notifies_.begin(), Notifies_.end(),
-                                 [Record](const std::unique_ptr<NotifyRecord> &N) { return N->Event == Record; }),
-                  Notifies_.end());
-  return EFI_SUCCESS;
-}
-
-EFI_STATUS Firmware::CheckEvent(EFI_EVENT Event) {
-  Count("CheckEvent");
-  EventRecord *Record = FindEvent(Event);
-  if (Record == nullptr || (Record->Type & EVT_NOTIFY_SIGNAL) != 0) return EFI_INVALID_PARAMETER;
-  if (Record->Signaled) {
-    Record->Signaled = false;
-    return EFI_SUCCESS;
-  }
-  return EFI_NOT_READY;
-}
-
-EFI_STATUS Firmware::RegisterProtocolNotify(const EFI_GUID *Protocol, EFI_EVENT Event, void **Registration) {
-  Count("RegisterProtocolNotify");
-  EventRecord *Record = FindEvent(Event);
-  if (Protocol == nullptr || Record == nullptr || Registration == nullptr) return EFI_INVALID_PARAMETER;
-  auto Notify = std::make_unique<NotifyRecord>();
-  Notify->Guid = *Protocol;
-  Notify->Event = Record;
-  *Registration = Notify.get();
-  Notifies_.push_back(std::move(Notify));
-  return EFI_SUCCESS;
-}
-
-// ---------------------------------------------------------------- protocol database
-
-Firmware::HandleRecord *Firmware::FindHandle(EFI_HANDLE Handle) {
-  for (auto &Record : Handles_) {
-    if (Record.get() == Handle) return Record.get();
-  }
-  return nullptr;
-}
-
-// A registration key is only trusted while its registration is live.
-Firmware::NotifyRecord *Firmware::FindNotify(void *Registration) {
-  for (auto &Record : Notifies_) {
-    if (Record.get() == Registration) return Record.get();
-  }
-  return nullptr;
-}
-
-std::vector<Firmware::HandleRecord *> Firmware::HandlesWith(const EFI_GUID &Guid) {
-  std::vector<HandleRecord *> Out;
-  for (auto &Record : Handles_) {
-    for (auto &Entry : Record->Interfaces) {
-      if (SameGuid(Entry.Guid, Guid)) {
-        Out.push_back(Record.get());
-        break;
-      }
-    }
-  }
-  return Out;
-}
-
-// Signals, in registration order, every notify event registered for Guid.
-void Firmware::NotifyInstalled(HandleRecord *Handle, const EFI_GUID &Guid) {
-  for (auto &Notify : Notifies_) {
-    if (!SameGuid(Notify->Guid, Guid)) continue;
-    Notify->Pending.push_back(Handle);
-    Notify->Event->Signaled = true;
-    QueueEvent(Notify->Event);
-  }
-}
-
-EFI_STATUS Firmware::InstallProtocol(EFI_HANDLE *Handle, const EFI_GUID &Guid, void *Interface) {
-  HandleRecord *Record = nullptr;
-  if (*Handle == nullptr) {
-    Handles_.push_back(std::make_unique<HandleRecord>());
-    Record = Handles_.back().get();
-  } else {
-    Record = FindHandle(*Handle);
-    if (Record == nullptr) return EFI_INVALID_PARAMETER;
-    for (auto &Entry : Record->Interfaces) {
-      if (SameGuid(Entry.Guid, Guid)) return EFI_INVALID_PARAMETER;  // already on this handle
-    }
-  }
-  EFI_TPL Old = RaiseTpl(TPL_NOTIFY);
-  Record->Interfaces.push_back({Guid, Interface});
-  *Handle = Record;
-  NotifyInstalled(Record, Guid);
-  RestoreTpl(Old);
-  return EFI_SUCCESS;
-}
-
-EFI_STATUS Firmware::ReinstallProtocol(EFI_HANDLE Handle, const EFI_GUID &Guid, void *OldInterface,
-                                       void *NewInterface) {
-  HandleRecord *Record = FindHandle(Handle);
-  if (Record == nullptr) return EFI_INVALID_PARAMETER;
-  for (auto &Entry : Record->Interfaces) {
-    if (SameGuid(Entry.Guid, Guid) && Entry.Interface == OldInterface) {
-      EFI_TPL Old = RaiseTpl(TPL_NOTIFY);
-      Entry.Interface = NewInterface;
-      NotifyInstalled(Record, Guid);
-      RestoreTpl(Old);
-      return EFI_SUCCESS;
-    }
-  }
-  return EFI_NOT_FOUND;
-}
-
-EFI_STATUS Firmware::UninstallProtocol(EFI_HANDLE Handle, const EFI_GUID &Guid, void *Interface) {
-  HandleRecord *Record = FindHandle(Handle);
-  if (Record == nullptr) return EFI_INVALID_PARAMETER;
-  for (size_t I = 0; I < Record->Interfaces.size(); I++) {
-    if (SameGuid(Record->Interfaces[I].Guid, Guid) && Record->Interfaces[I].Interface == Interface) {
-      Record->Interfaces.erase(Record->Interfaces.begin() + static_cast<std::ptrdiff_t>(I));
-      for (auto &Notify : Notifies_) {
-        Notify->Pending.erase(std::remove(Notify->Pending.begin(), Notify->Pending.end(), Record),
-                              Notify->Pending.end());
-      }
-      return EFI_SUCCESS;
-    }
-  }
-  return EFI_NOT_FOUND;
-}
-
-EFI_STATUS Firmware::HandleProtocol(EFI_HANDLE Handle, const EFI_GUID *Protocol, void **Interface) {
-  Count("HandleProtocol");
-  if (Protocol == nullptr || Interface == nullptr) return EFI_INVALID_PARAMETER;
-  *Interface = nullptr;
-  HandleRecord *Record = FindHandle(Handle);
-  if (Record == nullptr) return EFI_INVALID_PARAMETER;
-  for (auto &Entry : Record->Interfaces) {
-    if (SameGuid(Entry.Guid, *Protocol)) {
-      *Interface = Entry.Interface;
-      return EFI_SUCCESS;
-    }
-  }
-  return EFI_UNSUPPORTED;
-}
-
-EFI_STATUS Firmware::LocateHandle(EFI_LOCATE_SEARCH_TYPE SearchType, const EFI_GUID *Protocol, void *SearchKey,
-                                  UINTN *BufferSize, EFI_HANDLE *Buffer) {
-  Count("LocateHandle");
-  if (BufferSize == nullptr) return EFI_INVALID_PARAMETER;
-  std::vector<HandleRecord *> Found;
-  switch (SearchType) {
-    case AllHandles:
-      for (auto &Record : Handles_) {
-        if (!Record->Interfaces.empty()) Found.push_back(Record.get());
-      }
-      break;
-    case ByProtocol:
-      if (Protocol == nullptr) return EFI_INVALID_PARAMETER;
-      Found = HandlesWith(*Protocol);
-      break;
-    case ByRegisterNotify: {
-      NotifyRecord *Notify = FindNotify(SearchKey);
-      if (Notify == nullptr) return EFI_INVALID_PARAMETER;
-      // One handle per call, as firmware returns them.
-      if (!Notify->Pending.empty()) {
-        if (*BufferSize < sizeof(EFI_HANDLE)) {
-          *BufferSize = sizeof(EFI_HANDLE);
-          return EFI_BUFFER_TOO_SMALL;
-        }
-        Found.push_back(Notify->Pending.front());
-        Notify->Pending.erase(Notify->Pending.begin());
-      }
-      break;
-    }
-    default:
-      return EFI_INVALID_PARAMETER;
-  }
-  if (Found.empty()) return EFI_NOT_FOUND;
-  UINTN Needed = Found.size() * sizeof(EFI_HANDLE);
-  if (*BufferSize < Needed) {
-    *BufferSize = Needed;
-    return EFI_BUFFER_TOO_SMALL;
-  }
-  if (Buffer == nullptr) return EFI_INVALID_PARAMETER;
-  for (size_t I = 0; I < Found.size(); I++) Buffer[I] = Found[I];
-  *BufferSize = Needed;
-  return EFI_SUCCESS;
-}
-
-EFI_STATUS Firmware::LocateHandleBuffer(EFI_LOCATE_SEARCH_TYPE SearchType, const EFI_GUID *Protocol,
-                                        void *SearchKey, UINTN *NoHandles, EFI_HANDLE **Buffer) {
-  Count("LocateHandleBuffer");
-  if (NoHandles == nullptr || Buffer == nullptr) return EFI_INVALID_PARAMETER;
-  *NoHandles = 0;
-  *Buffer = nullptr;
-  UINTN Size = 0;
-  EFI_STATUS Status = LocateHandle(SearchType, Protocol, SearchKey, &Size, nullptr);
-  if (Status != EFI_BUFFER_TOO_SMALL) return Status == EFI_SUCCESS ? EFI_NOT_FOUND : Status;
-  void *Memory = nullptr;
-  Status = AllocatePool(EfiBootServicesData, Size, &Memory);
-  if (EFI_ERROR(Status)) return EFI_OUT_OF_RESOURCES;
-  Status = LocateHandle(SearchType, Protocol, SearchKey, &Size, static_cast<EFI_HANDLE *>(Memory));
-  if (EFI_ERROR(Status)) {
-    FreePool(Memory);
-    return Status;
-  }
-  *Buffer = static_cast<EFI_HANDLE *>(Memory);
-  *NoHandles = Size / sizeof(EFI_HANDLE);
-  return EFI_SUCCESS;
-}
-
-EFI_STATUS Firmware::LocateProtocol(const EFI_GUID *Protocol, void *Registration, void **Interface) {
-  Count("LocateProtocol");
-  if (Protocol == nullptr || Interface == nullptr) return EFI_INVALID_PARAMETER;
-  *Interface = nullptr;
-  if (Registration != nullptr) {
-    NotifyRecord *Notify = FindNotify(Registration);
-    if (Notify == nullptr || Notify->Pending.empty()) return EFI_NOT_FOUND;
-    HandleRecord *Handle = Notify->Pending.front();
-    Notify->Pending.erase(Notify->Pending.begin());
-    for (auto &Entry : Handle->Interfaces) {
-      if (SameGuid(Entry.Guid, *Protocol)) {
-        *Interface = Entry.Interface;
-        return EFI_SUCCESS;
-      }
-    }
-    return EFI_NOT_FOUND;
-  }
-  for (auto &Record : Handles_) {
-    for (auto &Entry : Record->Interfaces) {
-      if (SameGuid(Entry.Guid, *Protocol)) {
-        *Interface = Entry.Interface;
-        return EFI_SUCCESS;
-      }
-    }
-  }
-  return EFI_NOT_FOUND;
-}
-
-// The handle carrying Protocol whose device path is the longest prefix of
-// the first instance of *DevicePath; *DevicePath then points past it.
-EFI_STATUS Firmware::LocateDevicePath(const EFI_GUID *Protocol, EFI_DEVICE_PATH_PROTOCOL **DevicePath,
-                                      EFI_HANDLE *Device) {
-  Count("LocateDevicePath");
-  if (Protocol == nullptr || DevicePath == nullptr || *DevicePath == nullptr) return EFI_INVALID_PARAMETER;
-  long SourceSize = DevicePathFirstInstanceBytes(*DevicePath);
-  if (SourceSize < 0) return EFI_NOT_FOUND;
-  HandleRecord *Best = nullptr;
-  long BestSize = -1;
-  for (HandleRecord *Handle : HandlesWith(*Protocol)) {
-    for (auto &Entry : Handle->Interfaces) {
-      if (!SameGuid(Entry.Guid, gEfiDevicePathProtocolGuid) || Entry.Interface == nullptr) continue;
-      long Size = DevicePathPrefixBytes(static_cast<EFI_DEVICE_PATH_PROTOCOL *>(Entry.Interface));
-      // A second handle with an equally long match is a firmware error; the
-      // first one found wins.
-      if (Size >= 0 && Size <= SourceSize && Size > BestSize &&
-          std::memcmp(Entry.Interface, *DevicePath, static_cast<size_t>(Size)) == 0) {
-        Best = Handle;
-        BestSize = Size;
-      }
-    }
-  }
-  if (Best == nullptr) return EFI_NOT_FOUND;
-  if (Device == nullptr) return EFI_INVALID_PARAMETER;
-  *Device = Best;
-  *DevicePath = reinterpret_cast<EFI_DEVICE_PATH_PROTOCOL *>(reinterpret_cast<uint8_t *>(*DevicePath) + BestSize);
-  return EFI_SUCCESS;
-}
-
 // ---------------------------------------------------------------- memory
 
 EFI_STATUS Firmware::AllocatePool(EFI_MEMORY_TYPE Type, UINTN Size, void **Buffer) {
@@ -734,6 +381,7 @@ EFI_STATUS Firmware::GetMemoryMap(UINTN *MapSize, EFI_MEMORY_DESCRIPTOR *Map, UI
   if (DescriptorVersion != nullptr) *DescriptorVersion = DescriptorVersion_;
   if (*MapSize < Needed) {
     *MapSize = Needed;
+    GrowMemoryMap();
     return EFI_BUFFER_TOO_SMALL;
   }
   if (Map == nullptr) return EFI_INVALID_PARAMETER;
@@ -745,6 +393,25 @@ EFI_STATUS Firmware::GetMemoryMap(UINTN *MapSize, EFI_MEMORY_DESCRIPTOR *Map, UI
   *MapSize = Needed;
   if (MapKey != nullptr) *MapKey = MapKey_;
   return EFI_SUCCESS;
+}
+
+void Firmware::GrowMemoryMap() {
+  constexpr uint32_t kMaxMapGrowths = 16;  // a caller that keeps asking sees the map settle
+  if (MapGrowth_ == 0 || MapGrowths_ == kMaxMapGrowths) return;
+  MapGrowths_++;
+  uint64_t Next = 0;
+  for (const auto &Entry : MemoryMap_) {
+    Next = std::max<uint64_t>(Next, Entry.PhysicalStart + Entry.NumberOfPages * 4096);
+  }
+  for (uint32_t I = 0; I < MapGrowth_; I++, Next += 4096) {
+    EFI_MEMORY_DESCRIPTOR Entry{};
+    Entry.Type = EfiBootServicesData;
+    Entry.PhysicalStart = Next;
+    Entry.NumberOfPages = 1;
+    Entry.Attribute = 0xF;
+    MemoryMap_.push_back(Entry);
+  }
+  MapKey_++;
 }
 
 // ---------------------------------------------------------------- reset

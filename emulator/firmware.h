@@ -61,6 +61,10 @@ class Firmware {
   // Memory map served by GetMemoryMap; DescriptorSize may exceed the
   // structure size, as on some firmware.
   void SetMemoryMap(std::vector<EFI_MEMORY_DESCRIPTOR> Map, UINTN DescriptorSize, UINT32 DescriptorVersion);
+  // Models the pool allocation a caller makes between sizing the map and
+  // reading it: every "too small" answer (the first 16 of them)
+  // adds Descriptors one-page boot-services-data entries above the map.
+  void GrowMemoryMapWhenSized(uint32_t Descriptors) { MapGrowth_ = Descriptors; }
 
   // Reset handling: ResetSystem records the request and longjmps here.
   void ArmResetTarget(std::jmp_buf *Target) { ResetTarget_ = Target; }
@@ -144,6 +148,9 @@ class Firmware {
   UINTN DescriptorSize_ = sizeof(EFI_MEMORY_DESCRIPTOR);
   UINT32 DescriptorVersion_ = EFI_MEMORY_DESCRIPTOR_VERSION;
   UINTN MapKey_ = 1;
+  uint32_t MapGrowth_ = 0;
+  uint32_t MapGrowths_ = 0;
+  void GrowMemoryMap();
 
   std::jmp_buf *ResetTarget_ = nullptr;
   std::vector<ResetRecord> Resets_;

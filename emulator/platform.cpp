@@ -1,6 +1,7 @@
 #include "emulator/platform.h"
 
 #include <algorithm>
+#include <map>
 
 #include "emulator/pcd_database.h"
 #include "emulator/pci/pci_bus_from_board.h"
@@ -93,6 +94,7 @@ void Platform::Install() {
       Map.push_back(Descriptor);
     }
     Fw_.SetMemoryMap(std::move(Map), Board_.MemoryMap.DescriptorSize, Board_.MemoryMap.DescriptorVersion);
+    Fw_.GrowMemoryMapWhenSized(Board_.Faults.MemoryMapGrowth);
   }
 
   // processors, memory, SMBIOS, IIO
@@ -134,14 +136,41 @@ void Platform::Install() {
 }
 
 // One handle per function in enumeration order, as the bus driver creates
-// them, each with its PCI I/O instance and device path.
+// them, each with its PCI I/O instance and device path; then the
+// firmware-management instances of their drivers, function by function; the
+// nic db.
 void Platform::InstallPciDevices() {
-  if (IsMissing("pciIo")) return;
+  std::map<PciLocation, const PciFunctionDef *> Defs;
+  for (const PciFunctionDef &F : Board_.Pci.Functions) Defs[F.Location()] = &F;
+  std::vector<EFI_HANDLE> Handles;
   for (const EnumeratedFunction &Entry : Enumerated_) {
-    PciIo_.push_back(std::make_unique<PciIoDevice>(Pci_, Entry));
     EFI_HANDLE Handle = nullptr;
-    Fw_.InstallProtocol(&Handle, gEfiDevicePathProtocolGuid, PciIo_.back()->DevicePath());
-    Fw_.InstallProtocol(&Handle, gEfiPciIoProtocolGuid, PciIo_.back()->Protocol());
+    if (!IsMissing("pciIo")) {
+      PciIo_.push_back(std::make_unique<PciIoDevice>(Pci_, Entry));
+      Fw_.InstallProtocol(&Handle, gEfiDevicePathProtocolGuid, PciIo_.back()->DevicePath());
+      Fw_.InstallProtocol(&Handle, gEfiPciIoProtocolGuid, PciIo_.back()->Protocol());
+    }
+    Handles.push_back(Handle);
+  }
+  if (!IsMissing("firmwareManagement")) {
+    for (size_t I = 0; I < Enumerated_.size(); I++) {
+      auto It = Defs.find(Enumerated_[I].Function->Location());
+      if (It == Defs.end()) continue;
+      const auto &Config = Enumerated_[I].Function->Bytes();
+      uint16_t Class = static_cast<uint16_t>(Config[0x0B] << 8 | Config[0x0A]);
+      for (size_t K = 0; K < It->second->FirmwareImages.size(); K++) {
+        FirmwareManagement_.push_back(std::make_unique<FirmwareManagementInstance>(
+            It->second->FirmwareImages[K], Enumerated_[I].DevicePath, Class, K));
+        FirmwareManagementInstance &Instance = *FirmwareManagement_.back();
+        EFI_HANDLE Handle = Instance.OnFunctionHandle() ? Handles[I] : nullptr;
+        if (Handle == nullptr) Fw_.InstallProtocol(&Handle, gEfiDevicePathProtocolGuid, Instance.DevicePath());
+        Fw_.InstallProtocol(&Handle, gEfiFirmwareManagementProtocolGuid, Instance.Protocol());
+      }
+    }
+  }
+  if (!IsMissing("nicDb")) {
+    NicDb_ = std::make_unique<NicDb>(Board_.Pci, Enumerated_);
+    InstallOnNewHandle(gQorNicDbProtocolGuid, NicDb_->Protocol());
   }
 }
 

@@ -15,6 +15,8 @@
 #include "emulator/cpu_memory_data.h"
 #include "emulator/firmware.h"
 #include "emulator/io_ports.h"
+#include "emulator/pci/firmware_management.h"
+#include "emulator/pci/nic_db.h"
 #include "emulator/pci/pci_bus.h"
 #include "emulator/pci/pci_io.h"
 #include "emulator/pci/pci_root_bridge_io.h"
@@ -75,8 +77,12 @@ class Platform {
   IoPortSpace &Io() { return Io_; }
   // The machine's PCI bus.
   PciBus &Pci() { return Pci_; }
-  // The PCI I/O instances, in handle order.
-  const std::vector<std::unique_ptr<PciIoDevice>> &PciIoDevices() const { return PciIo_; }
+  // The functions in the order the bus driver found them (and the PCI I/O
+  // handles were created).
+  const std::vector<EnumeratedFunction> &PciFunctions() const { return Enumerated_; }
+  const std::vector<std::unique_ptr<FirmwareManagementInstance>> &FirmwareManagement() const {
+    return FirmwareManagement_;
+  }
   // The SMBIOS protocol's store (nullptr when the board has no SMBIOS).
   const SmbiosStore *Smbios() const { return Smbios_.get(); }
   // The CPU CSR access protocol (nullptr when not installed).
@@ -115,6 +121,8 @@ class Platform {
   std::vector<std::unique_ptr<PciRootBridgeIo>> RootBridges_;
   std::vector<std::unique_ptr<PciIoDevice>> PciIo_;
   std::vector<EnumeratedFunction> Enumerated_;
+  std::vector<std::unique_ptr<FirmwareManagementInstance>> FirmwareManagement_;
+  std::unique_ptr<NicDb> NicDb_;
   std::unique_ptr<SmbiosStore> Smbios_;
   std::unique_ptr<CpuCsrAccess> CpuCsr_;
   CpuPowerData CpuPowerData_;

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "emulator/board_json.h"
+#include "emulator/pci/iio_stack_table.h"
 #include "emulator/pci/iio_topology.h"
 #include "emulator/platform.h"
 #include "platform/custom_protocol.h"
@@ -48,6 +49,7 @@ std::vector<uint8_t> BuildSystemInformationBlock(const Board &Board, const std::
     QOR_SATA_DRIVE_ENTRY Entry = SataDriveEntry(Info.SataDrives[I]);
     std::memcpy(Block.data() + QOR_SYSINFO_SATA_DRIVES_OFFSET + I * sizeof(Entry), &Entry, sizeof(Entry));
   }
+  WriteIioStackTable(Board, Pci, &Block);
   WriteIioTopologyTable(Board, Pci, &Block);
   ApplyBytePatches(&Block, Info.Patches);
   return Block;
@@ -64,7 +66,8 @@ std::vector<uint8_t> BuildSystemTopologyBlock(const Board &Board) {
 }
 
 // The board description behind the qor custom protocol: the SATA port list,
-// with the records the board does not give marked unused.
+// with the records the board does not give marked unused, and the M.2
+// socket names.
 std::vector<uint8_t> BuildCustomProtocolBlock(const Board &Board) {
   static_assert(QOR_CUSTOM_SATA_PORT_LIST_END <= kCustomProtocolBlockSize, "port list inside the block");
   std::vector<uint8_t> Block(kCustomProtocolBlockSize, 0);
@@ -78,6 +81,12 @@ std::vector<uint8_t> BuildCustomProtocolBlock(const Board &Board) {
       PutText(Record.SlotName, Ports[I].Slot);
     }
     std::memcpy(Block.data() + QOR_CUSTOM_SATA_PORT_LIST_OFFSET + I * sizeof(Record), &Record, sizeof(Record));
+  }
+  static_assert(QOR_CUSTOM_M2_NAMES_OFFSET + 3 * QOR_CUSTOM_M2_NAME_SIZE <= kCustomProtocolBlockSize, "M.2 names inside");
+  const auto &Names = Board.CustomProtocol.M2Names;
+  for (size_t I = 0; I < Names.size() && I < 3; I++) {
+    std::memcpy(Block.data() + QOR_CUSTOM_M2_NAMES_OFFSET + I * QOR_CUSTOM_M2_NAME_SIZE, Names[I].data(),
+                std::min<size_t>(Names[I].size(), QOR_CUSTOM_M2_NAME_SIZE - 1));
   }
   return Block;
 }

@@ -1,38 +1,5 @@
 #include "platform/base_lib.h"
 
-VOID *QorCopyMem(VOID *Destination, CONST VOID *Source, UINTN Length) {
-  UINT8 *To = (UINT8 *)Destination;
-  CONST UINT8 *From = (CONST UINT8 *)Source;
-  if (To == From || Length == 0) return Destination;
-  if (To < From || To >= From + Length) {
-    for (UINTN I = 0; I < Length; I++) To[I] = From[I];
-  } else {
-    for (UINTN I = Length; I > 0; I--) To[I - 1] = From[I - 1];
-  }
-  return Destination;
-}
-
-VOID *QorSetMem(VOID *Buffer, UINTN Length, UINT8 Value) {
-  volatile UINT8 *To = (volatile UINT8 *)Buffer;
-  for (UINTN I = 0; I < Length; I++) To[I] = Value;
-  return Buffer;
-}
-
-VOID *QorZeroMem(VOID *Buffer, UINTN Length) { return QorSetMem(Buffer, Length, 0); }
-
-INTN QorCompareMem(CONST VOID *Left, CONST VOID *Right, UINTN Length) {
-  CONST UINT8 *A = (CONST UINT8 *)Left;
-  CONST UINT8 *B = (CONST UINT8 *)Right;
-  for (UINTN I = 0; I < Length; I++) {
-    if (A[I] != B[I]) return (INTN)A[I] - (INTN)B[I];
-  }
-  return 0;
-}
-
-BOOLEAN QorCompareGuid(CONST EFI_GUID *Left, CONST EFI_GUID *Right) {
-  return QorCompareMem(Left, Right, sizeof(EFI_GUID)) == 0 ? TRUE : FALSE;
-}
-
 UINTN QorAsciiStrLen(CONST CHAR8 *Text) {
   UINTN Length = 0;
   if (Text == nullptr) return 0;

@@ -39,6 +39,8 @@ const char kHelp[] =
     "                 messages), section states, reset, variables written,\n"
     "                 allocation and service-call counters, warnings\n"
     "  variables.json the variable store after the boot\n"
+    "  lspci.txt      the PCI configuration space before the driver's entry, in\n"
+    "                 the lspci -xxxx format `lspci -F lspci.txt -vvv` decodes\n"
     "  smbios.bin     the SMBIOS table the firmware served, with its entry point,\n"
     "                 in the dump format `dmidecode --from-dump smbios.bin` decodes\n"
     "\n"

@@ -12,6 +12,7 @@
 #include "emulator/board.h"
 #include "emulator/board_json.h"
 #include "emulator/pci/config_builder.h"
+#include "emulator/pci/lspci_board_import.h"
 #include "platform/nic_db.h"
 
 namespace qor::emu {
@@ -130,14 +131,11 @@ std::vector<FirmwareImageDef> ParseFirmwareImages(const JsonField &List) {
   return Out;
 }
 
-NicEntryDef ParseNic(const JsonField &Nic, bool SlotAllowed) {
-  if (SlotAllowed) {
-    Nic.AllowOnly({"slot", "onBoard", "portCount", "ports"});
-  } else {
-    Nic.AllowOnly({"onBoard", "portCount", "ports"});
-  }
+// SlotRequired: a "nicDb" entry; a function's "nic" may leave it out.
+NicEntryDef ParseNic(const JsonField &Nic, bool SlotRequired) {
+  Nic.AllowOnly({"slot", "onBoard", "portCount", "ports"});
   NicEntryDef Out;
-  if (SlotAllowed) Out.Slot = static_cast<uint32_t>(Nic.At("slot").Uint(0xFFFFFFFF));
+  if (SlotRequired || Nic.Has("slot")) Out.Slot = static_cast<uint32_t>(Nic.At("slot").Uint(0xFFFFFFFF));
   if (auto OnBoard = Nic.Optional("onBoard")) Out.OnBoard = OnBoard->Bool();
   if (auto Count = Nic.Optional("portCount")) Out.PortCount = static_cast<uint32_t>(Count->Uint(0xFFFFFFFF));
   if (auto Ports = Nic.Optional("ports")) {
@@ -530,7 +528,7 @@ PciRootBridgeDef ParseRootBridge(const JsonField &Entry) {
 }  // namespace
 
 void ParsePci(const JsonField &Pci, Board *Out) {
-  Pci.AllowOnly({"hostBridges", "functions", "rootBridges", "nicDb"});
+  Pci.AllowOnly({"import", "hostBridges", "functions", "rootBridges", "nicDb"});
   PciDef Def;
   std::set<PciLocation> Taken;
   if (auto Functions = Pci.Optional("functions")) {
@@ -540,10 +538,14 @@ void ParsePci(const JsonField &Pci, Board *Out) {
       Def.Functions.push_back(std::move(F));
     }
   }
+  // An imported machine comes first: the board's own functions replace its
+  // functions, the board's own host bridges come after its host bridges.
+  if (auto Import = Pci.Optional("import")) AddLspciImport(*Import, Out->Directory, &Def, &Taken);
   if (auto Hosts = Pci.Optional("hostBridges")) {
     auto Elements = Hosts->Elements();
     for (size_t I = 0; I < Elements.size(); I++) {
-      Def.HostBridges.push_back(ParseHostBridge(Elements[I], I, Def.HostBridges, &Taken, &Def.Functions));
+      size_t Index = Def.HostBridges.size();
+      Def.HostBridges.push_back(ParseHostBridge(Elements[I], Index, Def.HostBridges, &Taken, &Def.Functions));
     }
   }
   auto Bridges = Pci.Optional("rootBridges");

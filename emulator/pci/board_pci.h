@@ -44,8 +44,8 @@ struct NicPortDef {
   std::array<uint8_t, 6> Mac{};
 };
 
-// A nic db entry. On a function ("nic" of a device) its slot is the one the
-// function sits in; in "nicDb" the slot is given.
+// A nic db entry. In "nicDb" the slot is given; on a function ("nic" of a
+// device) it defaults to the slot the function sits in.
 struct NicEntryDef {
   std::optional<uint32_t> Slot;
   bool OnBoard = false;

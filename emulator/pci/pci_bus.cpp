@@ -49,7 +49,9 @@ void PciBus::ScanBus(size_t Bridge, uint8_t Bus, int Parent, const std::vector<u
       if (Function == nullptr) continue;
       EnumeratedFunction Entry{Function, Bridge, Parent, AppendPciNode(Prefix, Device, Number)};
       Out->push_back(Entry);
-      if (Function->HeaderLayout() != 1) continue;
+      // PCI-to-PCI (1) and CardBus (2) bridges hold their bus numbers at
+      // the same offsets; a bus driver descends into both.
+      if (Function->HeaderLayout() != 1 && Function->HeaderLayout() != 2) continue;
       const auto &Bytes = Function->Bytes();
       uint8_t Secondary = Bytes[0x19];
       uint8_t Subordinate = Bytes[0x1A];

@@ -5,6 +5,7 @@
 #include <rapidjson/document.h>
 
 #include <cstdio>
+#include <iterator>
 #include <map>
 #include <string>
 #include <vector>
@@ -77,6 +78,77 @@ TEST(MemoryMapUpload, BuiltInBoardSectionAgreesWithTheBoardsMap) {
   for (const auto &[Key, Type] : kSummary) EXPECT_EQ(Summary[Key].GetString(), Hex(Bytes[Type])) << Key;
   EXPECT_EQ(Summary["TotalMemory"].GetString(), Hex(Total));
   EXPECT_EQ(Total, 0x7FEFFA0000ULL);  // the board's 512 GiB less the reserved TSEG and legacy hole
+}
+
+// The section of a boot on the built-in board with Overlay laid over it.
+rapidjson::Document MemoryMapSection(const std::string &Overlay, qor::emu::BootResult *Result) {
+  *Result = qor::emu::RunBoot(qor::emu::ParseBoard(Overlay));
+  rapidjson::Document Doc;
+  const qor::emu::Upload *Upload = Result->FindUpload("push_BiosBeforeBoot.json");
+  if (Upload == nullptr) {
+    ADD_FAILURE() << "no inventory document";
+    return Doc;
+  }
+  Doc.Parse(std::string(Upload->Bytes.begin(), Upload->Bytes.end()).c_str());
+  EXPECT_FALSE(Doc.HasParseError());
+  rapidjson::Document Section;
+  Section.CopyFrom(Doc["MemoryMap"], Section.GetAllocator());
+  return Section;
+}
+
+// One descriptor of every listed type t with 2^t pages, then type 15 and an
+// OEM type: TotalMemory's bits name exactly the types it counts.
+TEST(MemoryMapUpload, EveryTypeHasItsListNameItsSummaryKeyAndItsPlaceInTheTotal) {
+  std::string Descriptors;
+  const uint32_t Types[] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 0x80000000};
+  for (size_t I = 0; I < std::size(Types); I++) {
+    Descriptors += std::string(I ? "," : "") + R"({"type": )" + std::to_string(Types[I]) + R"(, "start": ")" +
+                   Hex(0x100000000ULL * (I + 1)) + R"(", "pages": )" + std::to_string(1ULL << I) + "}";
+  }
+  qor::emu::BootResult Result;
+  rapidjson::Document Section =
+      MemoryMapSection(R"({"memoryMap": {"descriptors": [)" + Descriptors + "]}}", &Result);
+  ASSERT_TRUE(Section.IsObject() && Section.HasMember("MemoryMap"));
+  const auto &Entries = Section["MemoryMap"];
+  ASSERT_EQ(Entries.Size(), 15u);
+  for (uint32_t Type = 0; Type < 15; Type++) {
+    EXPECT_STREQ(Entries[Type]["Type"].GetString(), kListName[Type]) << Type;
+    EXPECT_EQ(Entries[Type]["Pages"].GetString(), Hex(1ULL << Type)) << Type;
+  }
+  for (const auto &[Key, Type] : kSummary) {
+    EXPECT_EQ(Section["Summary"][Key].GetString(), Hex((1ULL << Type) * 4096)) << Key;
+  }
+  // Not counted: reserved (0), unusable (8), MMIO (11), MMIO port space (12).
+  const uint64_t CountedPages = 0x1FFFF & ~((1ULL << 0) | (1ULL << 8) | (1ULL << 11) | (1ULL << 12));
+  EXPECT_EQ(Section["Summary"]["TotalMemory"].GetString(), Hex(CountedPages * 4096));
+}
+
+// The snapshot sizes the map, allocates the size plus 1024 bytes and reads
+// once more; a map that grew by more than those 1024 bytes in between is
+// not read, and not asked for again.
+TEST(MemoryMapUpload, AMapThatGrowsBetweenTheTwoCallsIsReadWithin1024BytesOfGrowth) {
+  const std::string Map = R"({"memoryMap": {"descriptors": [{"type": 7, "start": "0x100000", "pages": 256}]},)";
+  qor::emu::BootResult Result;
+  // 21 descriptors of 48 bytes: 1008 bytes of growth.
+  rapidjson::Document Grown = MemoryMapSection(Map + R"("faults": {"memoryMapGrowth": 21}})", &Result);
+  EXPECT_EQ(Result.ServiceCalls["GetMemoryMap"], 2u);
+  ASSERT_TRUE(Grown.IsObject() && Grown.HasMember("Count"));
+  EXPECT_EQ(Grown["Count"].GetUint(), 22u);
+  EXPECT_STREQ(Grown["MemoryMap"][21]["Type"].GetString(), "BootServiceData");
+  EXPECT_EQ(Grown["Summary"]["BootServiceData"].GetString(), Hex(21 * 4096));
+
+  // 22 descriptors: 1056 bytes. The section still goes out, empty of entries.
+  rapidjson::Document TooGrown = MemoryMapSection(Map + R"("faults": {"memoryMapGrowth": 22}})", &Result);
+  EXPECT_EQ(Result.ServiceCalls["GetMemoryMap"], 2u);
+  ASSERT_TRUE(TooGrown.IsObject() && TooGrown.HasMember("Count"));
+  EXPECT_EQ(TooGrown["Count"].GetUint(), 0u);
+  EXPECT_TRUE(TooGrown["MemoryMap"].Empty());
+  for (const auto &Member : TooGrown["Summary"].GetObject()) EXPECT_STREQ(Member.value.GetString(), "0x0");
+  bool Logged = false;
+  for (const auto &Line : Result.DebugLines) {
+    Logged |= Line.Text == "QorCollectMemMap: GetMemoryMap failed Buffer Too Small.\n" && Line.Level == 0x80000000u;
+  }
+  EXPECT_TRUE(Logged) << Result.DebugLog;
 }
 
 }  // namespace

@@ -40,6 +40,7 @@ std::string MapBoard(const std::vector<Descriptor> &Map, uint64_t DescriptorSize
 struct FakeMemoryMap {
   std::vector<Descriptor> First, Later;
   UINTN DescriptorSize = 48;
+  UINTN OverstatedBy = 0;                     // a faulty firmware's MapSize beyond what it wrote
   std::vector<std::pair<UINTN, bool>> Calls;  // MapSize given, buffer given
 } gFake;
 
@@ -59,7 +60,7 @@ EFI_STATUS EFIAPI FakeGetMemoryMap(UINTN *MapSize, EFI_MEMORY_DESCRIPTOR *Map, U
     EFI_MEMORY_DESCRIPTOR Entry{Current[I].Type, Current[I].Start, 0, Current[I].Pages, Current[I].Attribute};
     std::memcpy(Out + I * gFake.DescriptorSize, &Entry, std::min<size_t>(sizeof(Entry), gFake.DescriptorSize));
   }
-  *MapSize = Needed;
+  *MapSize = Needed + gFake.OverstatedBy;
   return EFI_SUCCESS;
 }
 
@@ -150,6 +151,21 @@ TEST_F(MemoryMapSection, RetriesOnceWith1024ExtraBytesAndReadsTheGrownMap) {
   using Call = std::pair<UINTN, bool>;
   EXPECT_EQ(gFake.Calls, (std::vector<Call>{{0, false}, {2 * 48 + 1024, true}}));
   EXPECT_EQ(Listed(Doc), (std::vector<std::string>{"Available", "BootServiceData", "Available"}));
+}
+
+TEST_F(MemoryMapSection, AMapSizeOverstatedByTheFirmwareIsReadOnlyAsFarAsTheBuffer) {
+  // Three descriptors (144 bytes) in a buffer of 144 + 1024 bytes, but the
+  // firmware says 4096 bytes more than it wrote: the walk stops where the
+  // buffer ends, after 24 descriptor slots (the zero-filled slack reads as
+  // empty reserved entries).
+  Start();
+  const std::vector<Descriptor> Map = {{7, 0x1000, 1, 0xF}, {4, 0x2000, 1, 0xF}, {7, 0x3000, 1, 0xF}};
+  UseFake({Map, Map, 48, 4096});
+  rapidjson::Document Doc = Fill();
+  ASSERT_TRUE(Doc.IsObject());
+  EXPECT_EQ(Doc["Count"].GetUint(), (144u + 1024u - 40u) / 48u + 1u);
+  EXPECT_EQ(Listed(Doc)[1], "BootServiceData");
+  EXPECT_EQ(Listed(Doc).back(), "Reserved");
 }
 
 TEST_F(MemoryMapSection, FailedSnapshotListsNothingAndKeepsTheLastTotals) {

@@ -215,6 +215,11 @@ TEST_F(PciTopology, LocateDevicePathFindsTheLongestPrefixAndAdvancesThePath) {
   EXPECT_EQ(gBS->LocateDevicePath(const_cast<EFI_GUID *>(&gEfiPciIoProtocolGuid), &Cursor, nullptr),
             EFI_INVALID_PARAMETER);
   EXPECT_EQ(Cursor, reinterpret_cast<EFI_DEVICE_PATH_PROTOCOL *>(Exact.data()));
+
+  // A node shorter than its header ends nothing: no match, nothing read past.
+  std::vector<uint8_t> Broken = {ACPI_DEVICE_PATH, ACPI_DP, 2, 0, 0, 0, 0, 0};
+  Cursor = reinterpret_cast<EFI_DEVICE_PATH_PROTOCOL *>(Broken.data());
+  EXPECT_EQ(gBS->LocateDevicePath(const_cast<EFI_GUID *>(&gEfiPciIoProtocolGuid), &Cursor, &Found), EFI_NOT_FOUND);
 }
 
 TEST_F(PciTopology, BusRegistersThatLoopOrLeaveTheRangeAreNotFollowed) {

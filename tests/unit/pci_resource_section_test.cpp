@@ -20,6 +20,13 @@
 
 namespace {
 
+// The records are packed: their fields are read by value, never bound to a
+// reference.
+template <typename T>
+T Val(T Value) {
+  return Value;
+}
+
 PCI_RES_INFO Range(UINT64 Start, UINT64 End, UINT8 HeaderType, UINT64 Bus = 0) {
   PCI_RES_INFO R = {};
   R.StartAddress = Start;
@@ -31,7 +38,7 @@ PCI_RES_INFO Range(UINT64 Start, UINT64 End, UINT8 HeaderType, UINT64 Bus = 0) {
 
 std::vector<UINT64> Buses(const std::vector<PCI_RES_INFO> &List) {
   std::vector<UINT64> Out;
-  for (const PCI_RES_INFO &R : List) Out.push_back(R.Bus);
+  for (const PCI_RES_INFO &R : List) Out.push_back(Val(R.Bus));
   return Out;
 }
 
@@ -131,15 +138,15 @@ TEST_F(PciResourceSort, ALongRunOfEqualRangesSortsOnASmallStack) {
 TEST_F(DecodeRanges, WithoutTheCsrProtocolOnlyVgaPamAndNoEarlyGo) {
   QorCollectLegacyAndMmCfgDecodeRes();
   ASSERT_EQ(gQorDecodeCount, 3u);
-  EXPECT_EQ(gQorDecodeList[0].StartAddress, 0xA0000u);
-  EXPECT_EQ(gQorDecodeList[0].EndAddress, 0xBFFFFu);
-  EXPECT_EQ(gQorDecodeList[0].RangeKind, QOR_RANGE_VGA);
-  EXPECT_EQ(gQorDecodeList[1].StartAddress, 0xC0000u);
-  EXPECT_EQ(gQorDecodeList[1].EndAddress, 0xFFFFFu);
-  EXPECT_EQ(gQorDecodeList[1].RangeKind, QOR_RANGE_PAM);
-  EXPECT_EQ(gQorDecodeList[2].StartAddress, 0xFE000000u);
-  EXPECT_EQ(gQorDecodeList[2].EndAddress, 0xFFFFFFFFu);
-  EXPECT_EQ(gQorDecodeList[2].RangeKind, QOR_RANGE_NO_EARLY_GO);
+  EXPECT_EQ(Val(gQorDecodeList[0].StartAddress), 0xA0000u);
+  EXPECT_EQ(Val(gQorDecodeList[0].EndAddress), 0xBFFFFu);
+  EXPECT_EQ(Val(gQorDecodeList[0].RangeKind), QOR_RANGE_VGA);
+  EXPECT_EQ(Val(gQorDecodeList[1].StartAddress), 0xC0000u);
+  EXPECT_EQ(Val(gQorDecodeList[1].EndAddress), 0xFFFFFu);
+  EXPECT_EQ(Val(gQorDecodeList[1].RangeKind), QOR_RANGE_PAM);
+  EXPECT_EQ(Val(gQorDecodeList[2].StartAddress), 0xFE000000u);
+  EXPECT_EQ(Val(gQorDecodeList[2].EndAddress), 0xFFFFFFFFu);
+  EXPECT_EQ(Val(gQorDecodeList[2].RangeKind), QOR_RANGE_NO_EARLY_GO);
   EXPECT_NE(Log().find("QorCollectLegacyAndMmCfgDecodeRes locate CPU CSR Protocol fail!\n"), std::string::npos);
 }
 
@@ -158,16 +165,16 @@ TEST_F(DecodeRanges, TsegMesegAndMmcfgFromTheProcessorRegisters) {
   ASSERT_EQ(Fw->InstallProtocol(&Handle, gQorCpuCsrAccessProtocolGuid, &Csr), EFI_SUCCESS);
   QorCollectLegacyAndMmCfgDecodeRes();
   ASSERT_EQ(gQorDecodeCount, 6u);
-  EXPECT_EQ(gQorDecodeList[2].StartAddress, 0x7B800000u);
-  EXPECT_EQ(gQorDecodeList[2].EndAddress, 0x7BFFFFFFu);
-  EXPECT_EQ(gQorDecodeList[2].RangeKind, QOR_RANGE_TSEG);
-  EXPECT_EQ(gQorDecodeList[3].StartAddress, 0x17C080000ull);
-  EXPECT_EQ(gQorDecodeList[3].EndAddress, 0x17C7FFFFFull);
-  EXPECT_EQ(gQorDecodeList[3].RangeKind, QOR_RANGE_MESEG);
-  EXPECT_EQ(gQorDecodeList[4].StartAddress, 0x280000000ull);
-  EXPECT_EQ(gQorDecodeList[4].EndAddress, 0x280000000ull + 0x40000000ull - 1);
-  EXPECT_EQ(gQorDecodeList[4].ResourceType, QOR_RES_TYPE_MMCFG);
-  EXPECT_EQ(gQorDecodeList[5].RangeKind, QOR_RANGE_NO_EARLY_GO);
+  EXPECT_EQ(Val(gQorDecodeList[2].StartAddress), 0x7B800000u);
+  EXPECT_EQ(Val(gQorDecodeList[2].EndAddress), 0x7BFFFFFFu);
+  EXPECT_EQ(Val(gQorDecodeList[2].RangeKind), QOR_RANGE_TSEG);
+  EXPECT_EQ(Val(gQorDecodeList[3].StartAddress), 0x17C080000ull);
+  EXPECT_EQ(Val(gQorDecodeList[3].EndAddress), 0x17C7FFFFFull);
+  EXPECT_EQ(Val(gQorDecodeList[3].RangeKind), QOR_RANGE_MESEG);
+  EXPECT_EQ(Val(gQorDecodeList[4].StartAddress), 0x280000000ull);
+  EXPECT_EQ(Val(gQorDecodeList[4].EndAddress), 0x280000000ull + 0x40000000ull - 1);
+  EXPECT_EQ(Val(gQorDecodeList[4].ResourceType), QOR_RES_TYPE_MMCFG);
+  EXPECT_EQ(Val(gQorDecodeList[5].RangeKind), QOR_RANGE_NO_EARLY_GO);
 }
 
 TEST_F(DecodeRanges, MmcfgSizeRulesAndAZeroTsegLimit) {
@@ -182,9 +189,9 @@ TEST_F(DecodeRanges, MmcfgSizeRulesAndAZeroTsegLimit) {
     QorResetPciResLists();
     QorCollectLegacyAndMmCfgDecodeRes();
     ASSERT_EQ(gQorDecodeCount, 6u);
-    EXPECT_EQ(gQorDecodeList[4].EndAddress - gQorDecodeList[4].StartAddress + 1, Size) << "rule " << Rule;
-    EXPECT_EQ(gQorDecodeList[2].EndAddress, 0u) << "a zero TSEG limit stays zero";
-    EXPECT_EQ(gQorDecodeList[3].EndAddress, 0u) << "no MESEG limit bits";
+    EXPECT_EQ(Val(gQorDecodeList[4].EndAddress) - Val(gQorDecodeList[4].StartAddress) + 1, Size) << "rule " << Rule;
+    EXPECT_EQ(Val(gQorDecodeList[2].EndAddress), 0u) << "a zero TSEG limit stays zero";
+    EXPECT_EQ(Val(gQorDecodeList[3].EndAddress), 0u) << "no MESEG limit bits";
   }
 }
 

@@ -128,6 +128,17 @@ TEST_F(SdlReport, PointerValuedFieldIsReadThroughItsPointer) {
   EXPECT_EQ(List[4], 0x02);
 }
 
+TEST_F(SdlReport, APointerValuedFieldWithoutItsPointerIsRefused) {
+  StartWith("{}");
+  // Field 1: type 0x81 (pointer flag + type 1), 4 bytes, but a null pointer.
+  Bytes List = {0x00, 0x01, 0x81, 0x04};
+  List.resize(List.size() + 8, 0);
+  EXPECT_EQ(QorSdlReport(List.data()), EFI_INVALID_PARAMETER);
+  EXPECT_TRUE(LogHas(kError, "DXE SdlReport: a pointer-valued field has no value\n")) << Log();
+  EXPECT_TRUE(Requests().empty());
+  EXPECT_EQ(HeldAllocations(), 0u);
+}
+
 TEST_F(SdlReport, FailuresAreLoggedAndReturned) {
   StartWith(R"({"faults": {"missingProtocols": ["ipmi"]}})");
   Bytes List = InlineFieldList(1, 1);
