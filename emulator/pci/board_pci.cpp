@@ -11,6 +11,7 @@
 
 #include "emulator/board.h"
 #include "emulator/board_json.h"
+#include "emulator/pci/bridge_windows.h"
 #include "emulator/pci/config_builder.h"
 #include "emulator/pci/lspci_board_import.h"
 #include "platform/nic_db.h"
@@ -312,6 +313,7 @@ struct Expansion {
   unsigned NextBus = 0;
   std::set<PciLocation> *Taken = nullptr;
   std::vector<PciFunctionDef> *Out = nullptr;
+  std::set<PciLocation> *AutoWindows = nullptr;  // bridges whose windows follow the BARs below
 };
 
 PciDeviceDescription ParseDescription(const JsonField &Entry) {
@@ -362,7 +364,7 @@ unsigned ParseDevice(const JsonField &Entry, uint8_t Bus, PciDeviceDescription *
   Entry.AllowOnly({"device", "function", "type", "vendorId", "deviceId", "subsystemVendorId", "subsystemId",
                    "revisionId", "classCode", "pcie", "link", "slot", "bars", "portNumber", "devices",
                    "secondaryBus", "subordinateBus", "config", "patches", "faults", "firmware", "nic",
-                   "extendedCapabilities", "iio"});
+                   "extendedCapabilities", "iio", "windows"});
   PciFunctionDef F;
   F.Segment = X.Segment;
   F.Bus = Bus;
@@ -432,6 +434,14 @@ unsigned ParseDevice(const JsonField &Entry, uint8_t Bus, PciDeviceDescription *
   if (auto Faults = Entry.Optional("faults")) F.Faults = ParseRuntimeFaults(*Faults);
   if (auto Firmware = Entry.Optional("firmware")) F.FirmwareImages = ParseFirmwareImages(*Firmware);
   if (auto Nic = Entry.Optional("nic")) F.Nic = ParseNic(*Nic, false);
+  if (Bridge) {
+    // Raw bytes may set the windows themselves; then only "auto" derives them.
+    bool Auto = !Entry.Has("config") && !Entry.Has("patches");
+    if (auto Windows = Entry.Optional("windows")) Auto = ParseBridgeWindows(*Windows, &F.Config);
+    if (Auto) X.AutoWindows->insert(F.Location());
+  } else if (Entry.Has("windows")) {
+    Entry.At("windows").Fail("a bridge \"type\" for this member");
+  }
   if (auto Iio = Entry.Optional("iio")) {
     if (D.Type != PciPortType::RootPort) Iio->Fail("a \"rootPort\" type for this member");
     F.IioPort = ParseIioPort(*Iio);
@@ -462,7 +472,8 @@ unsigned ParseBus(const JsonField &Devices, uint8_t Bus, PciDeviceDescription *P
 }
 
 PciHostBridge ParseHostBridge(const JsonField &Entry, size_t Index, const std::vector<PciHostBridge> &Earlier,
-                              std::set<PciLocation> *Taken, std::vector<PciFunctionDef> *Out) {
+                              std::set<PciLocation> *Taken, std::vector<PciFunctionDef> *Out,
+                              std::set<PciLocation> *AutoWindows) {
   Entry.AllowOnly({"segment", "uid", "buses", "pcieRoot", "devices"});
   PciHostBridge Host;
   Host.Segment = Entry.Has("segment") ? U16(Entry.At("segment")) : 0;
@@ -489,6 +500,7 @@ PciHostBridge ParseHostBridge(const JsonField &Entry, size_t Index, const std::v
   X.NextBus = First + 1;
   X.Taken = Taken;
   X.Out = Out;
+  X.AutoWindows = AutoWindows;
   unsigned Highest = First;
   if (auto Devices = Entry.Optional("devices")) Highest = ParseBus(*Devices, static_cast<uint8_t>(First), nullptr, X);
   Host.FirstBus = static_cast<uint8_t>(First);
@@ -531,6 +543,7 @@ void ParsePci(const JsonField &Pci, Board *Out) {
   Pci.AllowOnly({"import", "hostBridges", "functions", "rootBridges", "nicDb"});
   PciDef Def;
   std::set<PciLocation> Taken;
+  std::set<PciLocation> AutoWindows;
   if (auto Functions = Pci.Optional("functions")) {
     for (const JsonField &Entry : Functions->Elements()) {
       PciFunctionDef F = ParseFlatFunction(Entry);
@@ -545,8 +558,14 @@ void ParsePci(const JsonField &Pci, Board *Out) {
     auto Elements = Hosts->Elements();
     for (size_t I = 0; I < Elements.size(); I++) {
       size_t Index = Def.HostBridges.size();
-      Def.HostBridges.push_back(ParseHostBridge(Elements[I], Index, Def.HostBridges, &Taken, &Def.Functions));
+      Def.HostBridges.push_back(
+          ParseHostBridge(Elements[I], Index, Def.HostBridges, &Taken, &Def.Functions, &AutoWindows));
     }
+    std::vector<size_t> Auto;
+    for (size_t I = 0; I < Def.Functions.size(); I++) {
+      if (AutoWindows.count(Def.Functions[I].Location()) != 0) Auto.push_back(I);
+    }
+    AssignBridgeWindows(Auto, &Def.Functions);
   }
   auto Bridges = Pci.Optional("rootBridges");
   if (Bridges && !Bridges->IsNull()) {
