@@ -27,6 +27,7 @@ const std::vector<std::string> kProtocolNames = {
     "iioSys",
     "smbios", "cpuPower", "pciRootBridgeIo", "pciIo", "nicDb", "firmwareManagement",
     "nvmePassThru", "vendorNvme", "vroc",
+    "cpuCsr",
 };
 
 bool PcdExKey::operator<(const PcdExKey &Other) const {
@@ -252,13 +253,17 @@ void ParseIioStacks(const JsonField &Stacks, SystemInformationDef *Def) {
 }
 
 void ParseSystemInformation(const JsonField &Info, Board *Out) {
-  Info.AllowOnly({"dataBlock", "cpuBitMap", "stepping", "sataDrives", "stacks", "patches"});
+  Info.AllowOnly({"dataBlock", "cpuBitMap", "stepping", "sataDrives", "stacks", "iioTopology", "patches"});
   SystemInformationDef &Def = Out->SystemInformation;
   if (auto Present = Info.Optional("dataBlock")) Def.HasDataBlock = Present->Bool();
   if (auto BitMap = Info.Optional("cpuBitMap")) Def.CpuBitMap = static_cast<uint32_t>(BitMap->Uint(0xFFFFFFFF));
   if (auto Stepping = Info.Optional("stepping")) Def.Stepping = Stepping->String();
   if (auto Drives = Info.Optional("sataDrives")) ParseSataDrives(*Drives, &Def);
   if (auto Stacks = Info.Optional("stacks")) ParseIioStacks(*Stacks, &Def);
+  if (auto Table = Info.Optional("iioTopology")) {
+    Def.IioTopology.reset();
+    if (!Table->IsNull()) Def.IioTopology = ParseIioTopology(*Table);
+  }
   if (auto Patches = Info.Optional("patches")) {
     Def.Patches = ParseBytePatches(*Patches, kSystemInformationBlockSize, "block");
   }
@@ -289,7 +294,7 @@ void ParseBoardObject(const JsonField &Root, Board *Out) {
 
       // processors, memory, SMBIOS, IIO
       "iio", "indexedIo",
-      "smbios", "pci", "cpuPower",
+      "smbios", "pci", "cpuPower", "cpuCsr",
 
       // TPM, SATA, BMC transport
       "tpm", "customProtocol", "ipmi",
@@ -353,6 +358,7 @@ void ParseBoardObject(const JsonField &Root, Board *Out) {
   if (auto Smbios = Root.Optional("smbios")) ParseSmbios(*Smbios, Out);
   if (auto Pci = Root.Optional("pci")) ParsePci(*Pci, Out);
   if (auto CpuPower = Root.Optional("cpuPower")) ParseCpuPower(*CpuPower, Out);
+  if (auto Csr = Root.Optional("cpuCsr")) Out->CpuCsr = ParseCpuCsr(*Csr);
 
   // TPM, SATA, BMC transport
   if (auto Tpm = Root.Optional("tpm")) ParseTpm(*Tpm, Out);

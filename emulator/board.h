@@ -14,6 +14,7 @@
 #include "emulator/board_iio_training.h"
 #include "emulator/board_cpu_memory.h"
 #include "emulator/byte_patch.h"
+#include "emulator/cpu_csr_access.h"
 #include "emulator/pci/board_pci.h"
 #include "emulator/variable_store.h"
 #include "platform/uefi_base.h"
@@ -112,6 +113,8 @@ struct SystemInformationDef {
   std::vector<SataDriveDef> SataDrives;
   // The IIO stack table as given; none: derived from the PCI root ports.
   std::optional<std::vector<IioStackDef>> Stacks;
+  // The IIO topology table as given; none: derived from the PCI root ports.
+  std::optional<std::vector<QOR_IIO_TOPOLOGY_ENTRY>> IioTopology;
   std::vector<BytePatch> Patches;  // raw bytes at block offsets, applied last
 };
 
@@ -183,6 +186,7 @@ struct Board {
   std::optional<std::vector<uint8_t>> DimmMapHob;         // 9-byte entries with the end entry
   std::optional<MemoryMapDataDef> MemoryMapData;  // behind the memory map HOB
   CpuPowerDef CpuPower;
+  std::optional<CpuCsrDef> CpuCsr;  // none: no CPU CSR access protocol
 
   // ---- TPM, SATA, BMC transport
   // The "tpm" member is applied while parsing: it sets the probe byte in

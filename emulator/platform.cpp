@@ -122,6 +122,10 @@ void Platform::Install() {
   }
   InstallPciDevices();
   PciDevices_ = std::make_unique<PciDeviceServices>(*this);
+  if (Board_.CpuCsr && !IsMissing("cpuCsr")) {
+    CpuCsr_ = std::make_unique<CpuCsrAccess>(*Board_.CpuCsr);
+    InstallOnNewHandle(gQorCpuCsrAccessProtocolGuid, CpuCsr_->Protocol());
+  }
 
   // TPM, SATA, BMC transport
   if (!IsMissing("custom")) {

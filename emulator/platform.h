@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "emulator/board.h"
+#include "emulator/cpu_csr_access.h"
 #include "emulator/cpu_memory_data.h"
 #include "emulator/firmware.h"
 #include "emulator/io_ports.h"
@@ -93,6 +94,8 @@ class Platform {
   PciDeviceServices *PciDevices() { return PciDevices_.get(); }
   // The SMBIOS protocol's store (nullptr when the board has no SMBIOS).
   const SmbiosStore *Smbios() const { return Smbios_.get(); }
+  // The CPU CSR access protocol (nullptr when not installed).
+  const CpuCsrAccess *CpuCsr() const { return CpuCsr_.get(); }
 
   // Called by the protocol implementations.
   EFI_STATUS RecordUpload(const std::string &Name, const uint8_t *Data, uint32_t Size);
@@ -132,6 +135,7 @@ class Platform {
   std::unique_ptr<NicDb> NicDb_;
   std::unique_ptr<PciDeviceServices> PciDevices_;
   std::unique_ptr<SmbiosStore> Smbios_;
+  std::unique_ptr<CpuCsrAccess> CpuCsr_;
   CpuPowerData CpuPowerData_;
   QOR_CPU_POWER_PROTOCOL CpuPower_{};
 

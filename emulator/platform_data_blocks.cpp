@@ -5,6 +5,7 @@
 
 #include "emulator/board_json.h"
 #include "emulator/pci/iio_stack_table.h"
+#include "emulator/pci/iio_topology.h"
 #include "emulator/platform.h"
 #include "platform/custom_protocol.h"
 #include "platform/system_information.h"
@@ -49,6 +50,7 @@ std::vector<uint8_t> BuildSystemInformationBlock(const Board &Board, const std::
     std::memcpy(Block.data() + QOR_SYSINFO_SATA_DRIVES_OFFSET + I * sizeof(Entry), &Entry, sizeof(Entry));
   }
   WriteIioStackTable(Board, Pci, &Block);
+  WriteIioTopologyTable(Board, Pci, &Block);
   ApplyBytePatches(&Block, Info.Patches);
   return Block;
 }

@@ -11,6 +11,7 @@
 
 #include "emulator/board.h"
 #include "emulator/board_json.h"
+#include "emulator/pci/bridge_windows.h"
 #include "emulator/pci/config_builder.h"
 #include "emulator/pci/lspci_board_import.h"
 #include "platform/nic_db.h"
@@ -99,6 +100,12 @@ PciFaults ParseRuntimeFaults(const JsonField &Faults) {
   }
   if (auto Status = Faults.Optional("readStatus")) Out.ReadStatus = Status->Status();
   if (auto Mirror = Faults.Optional("mirrorExtendedSpace")) Out.MirrorExtendedSpace = Mirror->Bool();
+  if (auto Fails = Faults.Optional("writeFails")) {
+    for (const JsonField &Offset : Fails->Elements()) {
+      Out.FailWritesAt.push_back(static_cast<uint32_t>(Offset.Uint(kPciExpressConfigSize - 1)));
+    }
+  }
+  if (auto Status = Faults.Optional("writeStatus")) Out.WriteStatus = Status->Status();
   return Out;
 }
 
@@ -217,7 +224,7 @@ PciFunctionDef ParseFlatFunction(const JsonField &Entry) {
     for (const JsonField &Index : Io16->Elements()) F.Bars.Io16Mask |= static_cast<uint8_t>(1U << Index.Uint(5));
   }
   if (auto Faults = Entry.Optional("faults")) {
-    Faults->AllowOnly({"allOnes", "readFails", "readStatus", "mirrorExtendedSpace"});
+    Faults->AllowOnly({"allOnes", "readFails", "readStatus", "mirrorExtendedSpace", "writeFails", "writeStatus"});
     F.Faults = ParseRuntimeFaults(*Faults);
   }
   if (auto Firmware = Entry.Optional("firmware")) F.FirmwareImages = ParseFirmwareImages(*Firmware);
@@ -308,6 +315,7 @@ struct Expansion {
   unsigned NextBus = 0;
   std::set<PciLocation> *Taken = nullptr;
   std::vector<PciFunctionDef> *Out = nullptr;
+  std::set<PciLocation> *AutoWindows = nullptr;  // bridges whose windows follow the BARs below
 };
 
 PciDeviceDescription ParseDescription(const JsonField &Entry) {
@@ -330,9 +338,19 @@ PciDeviceDescription ParseDescription(const JsonField &Entry) {
   if (auto Link = Entry.Optional("link")) D.Link = ParseLink(*Link);
   if (auto Bars = Entry.Optional("bars")) D.Bars = ParseBars(*Bars);
   if (auto Port = Entry.Optional("portNumber")) D.PortNumber = U8(*Port);
+  if (auto Extended = Entry.Optional("extendedCapabilities")) {
+    if (!D.Express) Extended->Fail("a PCI Express function (extended capabilities need its 4096-byte space)");
+    D.Extended = ParseExtendedCapabilities(*Extended, D.Type == PciPortType::RootPort, D.Link.MaxWidth);
+    try {
+      std::vector<uint8_t> Scratch(kPciExpressConfigSize, 0);
+      PutExtendedCapabilities(D.Extended, &Scratch);
+    } catch (const std::invalid_argument &Error) {
+      Extended->Fail(Error.what());
+    }
+  }
   if (auto Faults = Entry.Optional("faults")) {
-    Faults->AllowOnly({"allOnes", "readFails", "readStatus", "mirrorExtendedSpace", "capabilityLoop",
-                       "capabilityPointer"});
+    Faults->AllowOnly({"allOnes", "readFails", "readStatus", "mirrorExtendedSpace", "writeFails", "writeStatus",
+                       "capabilityLoop", "capabilityPointer"});
     if (auto Loop = Faults->Optional("capabilityLoop")) D.CapabilityLoop = Loop->Bool();
     if (auto Pointer = Faults->Optional("capabilityPointer")) D.CapabilityPointer = U8(*Pointer);
   }
@@ -348,7 +366,7 @@ unsigned ParseDevice(const JsonField &Entry, uint8_t Bus, PciDeviceDescription *
   Entry.AllowOnly({"device", "function", "type", "vendorId", "deviceId", "subsystemVendorId", "subsystemId",
                    "revisionId", "classCode", "pcie", "link", "slot", "bars", "portNumber", "devices",
                    "secondaryBus", "subordinateBus", "config", "patches", "faults", "firmware", "nic",
-                   "vpd", "nvme", "vroc", "vmd"});
+                   "vpd", "nvme", "vroc", "vmd", "extendedCapabilities", "iio", "windows"});
   PciFunctionDef F;
   F.Segment = X.Segment;
   F.Bus = Bus;
@@ -419,6 +437,18 @@ unsigned ParseDevice(const JsonField &Entry, uint8_t Bus, PciDeviceDescription *
   if (auto Firmware = Entry.Optional("firmware")) F.FirmwareImages = ParseFirmwareImages(*Firmware);
   if (auto Nic = Entry.Optional("nic")) F.Nic = ParseNic(*Nic, false);
   ParseDeviceExtras(Entry, &F);
+  if (Bridge) {
+    // Raw bytes may set the windows themselves; then only "auto" derives them.
+    bool Auto = !Entry.Has("config") && !Entry.Has("patches");
+    if (auto Windows = Entry.Optional("windows")) Auto = ParseBridgeWindows(*Windows, &F.Config);
+    if (Auto) X.AutoWindows->insert(F.Location());
+  } else if (Entry.Has("windows")) {
+    Entry.At("windows").Fail("a bridge \"type\" for this member");
+  }
+  if (auto Iio = Entry.Optional("iio")) {
+    if (D.Type != PciPortType::RootPort) Iio->Fail("a \"rootPort\" type for this member");
+    F.IioPort = ParseIioPort(*Iio);
+  }
   OnBus->emplace_back(std::move(F), ParseRawOverride(Entry));
   return Bridge ? D.SubordinateBus : Bus;
 }
@@ -445,7 +475,8 @@ unsigned ParseBus(const JsonField &Devices, uint8_t Bus, PciDeviceDescription *P
 }
 
 PciHostBridge ParseHostBridge(const JsonField &Entry, size_t Index, const std::vector<PciHostBridge> &Earlier,
-                              std::set<PciLocation> *Taken, std::vector<PciFunctionDef> *Out) {
+                              std::set<PciLocation> *Taken, std::vector<PciFunctionDef> *Out,
+                              std::set<PciLocation> *AutoWindows) {
   Entry.AllowOnly({"segment", "uid", "buses", "pcieRoot", "devices"});
   PciHostBridge Host;
   Host.Segment = Entry.Has("segment") ? U16(Entry.At("segment")) : 0;
@@ -472,6 +503,7 @@ PciHostBridge ParseHostBridge(const JsonField &Entry, size_t Index, const std::v
   X.NextBus = First + 1;
   X.Taken = Taken;
   X.Out = Out;
+  X.AutoWindows = AutoWindows;
   unsigned Highest = First;
   if (auto Devices = Entry.Optional("devices")) Highest = ParseBus(*Devices, static_cast<uint8_t>(First), nullptr, X);
   Host.FirstBus = static_cast<uint8_t>(First);
@@ -514,6 +546,7 @@ void ParsePci(const JsonField &Pci, Board *Out) {
   Pci.AllowOnly({"import", "hostBridges", "functions", "rootBridges", "nicDb"});
   PciDef Def;
   std::set<PciLocation> Taken;
+  std::set<PciLocation> AutoWindows;
   if (auto Functions = Pci.Optional("functions")) {
     for (const JsonField &Entry : Functions->Elements()) {
       PciFunctionDef F = ParseFlatFunction(Entry);
@@ -528,8 +561,14 @@ void ParsePci(const JsonField &Pci, Board *Out) {
     auto Elements = Hosts->Elements();
     for (size_t I = 0; I < Elements.size(); I++) {
       size_t Index = Def.HostBridges.size();
-      Def.HostBridges.push_back(ParseHostBridge(Elements[I], Index, Def.HostBridges, &Taken, &Def.Functions));
+      Def.HostBridges.push_back(
+          ParseHostBridge(Elements[I], Index, Def.HostBridges, &Taken, &Def.Functions, &AutoWindows));
     }
+    std::vector<size_t> Auto;
+    for (size_t I = 0; I < Def.Functions.size(); I++) {
+      if (AutoWindows.count(Def.Functions[I].Location()) != 0) Auto.push_back(I);
+    }
+    AssignBridgeWindows(Auto, &Def.Functions);
   }
   auto Bridges = Pci.Optional("rootBridges");
   if (Bridges && !Bridges->IsNull()) {

@@ -17,6 +17,7 @@
 #include <utility>
 #include <vector>
 
+#include "emulator/pci/iio_topology.h"
 #include "emulator/pci/pci_bus.h"
 #include "emulator/pci/pci_device_extras.h"
 #include "emulator/pci/pci_function.h"
@@ -64,6 +65,7 @@ struct PciFunctionDef {
   std::vector<FirmwareImageDef> FirmwareImages;
   std::optional<NicEntryDef> Nic;
   PciDeviceExtras Extras;  // VPD, NVMe drive, VMD domain, VROC info
+  std::optional<IioPortDef> IioPort;  // a root port's IIO topology entry
   PciLocation Location() const { return {Segment, Bus, Device, Function}; }
 };
 

@@ -122,7 +122,10 @@ BuiltConfig BuildConfigSpace(const PciDeviceDescription &D) {
   S.Put(kPmCap + 1, Express ? kExpressCap : (D.CapabilityLoop ? kPmCap : 0), 1);
   S.Put(kPmCap + 2, 0x0003, 2);
   S.Put(kPmCap + 4, 0x0008, 2);
-  if (Express) PutExpressCapability(D, S);
+  if (Express) {
+    PutExpressCapability(D, S);
+    PutExtendedCapabilities(D.Extended, &S.Bytes);
+  }
   Out.Bytes = std::move(S.Bytes);
   return Out;
 }

@@ -2,7 +2,8 @@
 // function: header of the right layout, capability list from 0x34 (power
 // management, then PCI Express with the device/port type, link registers
 // and slot), BARs with their type bits. Capability layout:
-//   0x40 power management -> 0x50 PCI Express (version 2) -> end.
+//   0x40 power management -> 0x50 PCI Express (version 2) -> end,
+// and the extended capabilities the board lists from 0x100.
 #ifndef QOR_EMULATOR_PCI_CONFIG_BUILDER_H_
 #define QOR_EMULATOR_PCI_CONFIG_BUILDER_H_
 
@@ -10,6 +11,7 @@
 #include <optional>
 #include <vector>
 
+#include "emulator/pci/extended_capabilities.h"
 #include "emulator/pci/pci_function.h"
 
 namespace qor::emu {
@@ -59,6 +61,7 @@ struct PciDeviceDescription {
   uint8_t PortNumber = 0;              // Link Capabilities 31:24 of a port
   bool CapabilityLoop = false;         // fault: the last capability points back to the first
   std::optional<uint8_t> CapabilityPointer;  // fault: the byte at 0x34
+  std::vector<PciExtendedCapabilityDef> Extended;  // from 0x100, PCI Express only
 };
 
 struct BuiltConfig {
@@ -66,7 +69,8 @@ struct BuiltConfig {
   PciBarSizes Bars;
 };
 
-// Throws std::invalid_argument naming what does not fit (too many BARs).
+// Throws std::invalid_argument naming what does not fit (too many BARs,
+// extended capabilities past the space).
 BuiltConfig BuildConfigSpace(const PciDeviceDescription &Description);
 
 }  // namespace qor::emu

@@ -82,6 +82,10 @@ std::vector<PciFunctionSnapshot> PciBus::Snapshot() const {
   return Out;
 }
 
+void PciBus::TraceAccesses(bool On) {
+  for (auto &Entry : Functions_) Entry.second->TraceAccesses(On);
+}
+
 uint64_t PciBus::TotalReads() const {
   uint64_t Total = Absent_.Reads;
   for (const auto &Entry : Functions_) Total += Entry.second->Counts().Reads;

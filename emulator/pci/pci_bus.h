@@ -72,6 +72,8 @@ class PciBus {
   std::vector<PciFunctionSnapshot> Snapshot() const;
   const std::map<PciLocation, std::unique_ptr<PciFunction>> &Functions() const { return Functions_; }
 
+  // Turns the access trace of every function on or off.
+  void TraceAccesses(bool On);
   PciAccessCounts AbsentCounts() const { return Absent_; }
   uint64_t TotalReads() const;
   uint64_t TotalWrites() const;

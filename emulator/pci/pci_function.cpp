@@ -90,7 +90,7 @@ void PciFunction::BuildMasks(const PciBarSizes &Bars) {
       uint64_t IoMask = Mask & 0xFFFFFFFC;
       if ((Bars.Io16Mask & (1U << I)) != 0) IoMask &= 0xFFFF;
       SetMask(Offset, 4, IoMask);
-    } else if (((Low >> 1) & 3) == 2 && I + 1 < BarCount) {
+    } else if (((Low >> 1) & 3) == 2 && (I + 1 < BarCount || Layout == 0)) {
       SetMask(Offset, 4, Mask & 0xFFFFFFF0);
       SetMask(Offset + 4, 4, Mask >> 32);
       I++;  // the upper half is part of this BAR

@@ -8,7 +8,9 @@
 // Base address registers: a BAR of size S keeps its type bits (I/O, 32/64-bit
 // memory, prefetchable) and takes only the address bits at and above S, so
 // the all-ones sizing write reads back as the size mask and the restore write
-// puts the base back. A 16-bit I/O decoder keeps its upper half at zero.
+// puts the base back. A 16-bit I/O decoder keeps its upper half at zero. A
+// 64-bit BAR in the last register of an endpoint takes 0x28 as its upper
+// half, as the board says (hardware never does; the driver must cope).
 #ifndef QOR_EMULATOR_PCI_PCI_FUNCTION_H_
 #define QOR_EMULATOR_PCI_PCI_FUNCTION_H_
 
@@ -40,11 +42,26 @@ struct PciFaults {
   EFI_STATUS ReadStatus = EFI_DEVICE_ERROR;  // what a failing read returns
   bool MirrorExtendedSpace = false;    // 0x100..0xFFF read as 0x00..0xFF (a broken
                                        // host bridge that ignores the extended register bits)
+  std::vector<uint32_t> FailWritesAt;  // a write that covers one of these offsets fails
+                                       // (through PCI I/O) with WriteStatus and changes nothing
+  EFI_STATUS WriteStatus = EFI_DEVICE_ERROR;
 };
 
 struct PciAccessCounts {
   uint64_t Reads = 0;   // read calls, whatever their count and width
   uint64_t Writes = 0;
+};
+
+// One configuration access through PCI I/O, in call order: element size
+// (1, 2, 4 or 8), offset, element count, the first element's value (read or
+// written) and the status returned.
+struct PciAccessRecord {
+  bool Write = false;
+  uint32_t Size = 0;
+  uint32_t Offset = 0;
+  uint64_t Count = 0;
+  uint64_t Value = 0;
+  EFI_STATUS Status = EFI_SUCCESS;
 };
 
 constexpr uint32_t kPciConventionalConfigSize = 256;
@@ -99,6 +116,12 @@ class PciFunction {
   const PciFaults &Faults() const { return Faults_; }
   PciAccessCounts &Counts() { return Counts_; }
   const PciAccessCounts &Counts() const { return Counts_; }
+  // The accesses in call order once tracing is on (off by default: a large
+  // board's boot makes hundreds of thousands).
+  void TraceAccesses(bool On) { Tracing_ = On; }
+  bool Tracing() const { return Tracing_; }
+  std::vector<PciAccessRecord> &Trace() { return Trace_; }
+  const std::vector<PciAccessRecord> &Trace() const { return Trace_; }
 
  private:
   void BuildMasks(const PciBarSizes &Bars);
@@ -112,6 +135,8 @@ class PciFunction {
   PciFaults Faults_;
   PciAccessCounts Counts_;
   PciRegisterHandler *Handler_ = nullptr;
+  bool Tracing_ = false;
+  std::vector<PciAccessRecord> Trace_;
 };
 
 // Offset of the first capability with Id in the list from 0x34 of a

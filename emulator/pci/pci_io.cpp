@@ -108,13 +108,16 @@ EFI_STATUS PciIoDevice::ConfigAccess(bool Write, EFI_PCI_IO_PROTOCOL_WIDTH Width
   uint64_t Space = Function_->ConfigSize();
   // Offset + Count x Size - 1 must lie inside the space; Count 0 wraps and fails.
   if (Count > Space || uint64_t{Offset} + uint64_t{Count} * Size - 1 >= Space) return EFI_UNSUPPORTED;
-  if ((Offset & (Size - 1)) != 0) return EFI_UNSUPPORTED;
+  if (Space == kPciConventionalConfigSize && (Offset & (Size - 1)) != 0) return EFI_UNSUPPORTED;
   bool StepAddress = Width < EfiPciIoWidthFifoUint8 || Width >= EfiPciIoWidthFillUint8;
   bool StepBuffer = Width < EfiPciIoWidthFillUint8;
   PciAccessCounts &Counts = Function_->Counts();
   (Write ? Counts.Writes : Counts.Reads)++;
   auto *Bytes = static_cast<uint8_t *>(Buffer);
-  for (UINTN I = 0; I < Count; I++) {
+  uint64_t First = 0;
+  std::memcpy(&First, Bytes, Size);
+  EFI_STATUS Status = Write ? WriteFault(Offset, Count, Size, StepAddress) : EFI_SUCCESS;
+  for (UINTN I = 0; I < Count && !EFI_ERROR(Status); I++) {
     uint32_t At = Offset + (StepAddress ? static_cast<uint32_t>(I) * Size : 0);
     uint8_t *Slot = Bytes + (StepBuffer ? I * Size : 0);
     uint64_t Value = 0;
@@ -123,9 +126,20 @@ EFI_STATUS PciIoDevice::ConfigAccess(bool Write, EFI_PCI_IO_PROTOCOL_WIDTH Width
       Function_->Write(At, Size, Value);
       continue;
     }
-    EFI_STATUS Status = Function_->Read(At, Size, &Value);
-    if (EFI_ERROR(Status)) return Status;
-    std::memcpy(Slot, &Value, Size);
+    Status = Function_->Read(At, Size, &Value);
+    if (!EFI_ERROR(Status)) std::memcpy(Slot, &Value, Size);
+    if (I == 0) First = Value;
+  }
+  if (Function_->Tracing()) Function_->Trace().push_back({Write, Size, Offset, Count, First, Status});
+  return Status;
+}
+
+// A board fault on a write: the status when the access covers a failing
+// offset (the write then changes nothing), else EFI_SUCCESS.
+EFI_STATUS PciIoDevice::WriteFault(uint32_t Offset, UINTN Count, uint32_t Size, bool StepAddress) const {
+  uint64_t End = uint64_t{Offset} + (StepAddress ? uint64_t{Count} * Size : Size);
+  for (uint32_t At : Function_->Faults().FailWritesAt) {
+    if (At >= Offset && At < End) return Function_->Faults().WriteStatus;
   }
   return EFI_SUCCESS;
 }

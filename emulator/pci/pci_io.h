@@ -5,9 +5,15 @@
 // Configuration access follows the checks of common firmware: a width
 // outside the enumeration or a null buffer is EFI_INVALID_PARAMETER; an
 // access that does not fit the function's space (Offset + Count x size,
-// also for FIFO and fill widths, so Count 0 is refused too) or whose offset
-// is not a multiple of its size is EFI_UNSUPPORTED. A read that a board fault
-// fails returns the fault's status, the buffer filled up to that element.
+// also for FIFO and fill widths, so Count 0 is refused too) is
+// EFI_UNSUPPORTED, and so is an offset that is not a multiple of the size on
+// a conventional function. A PCI Express function takes any offset: its
+// register number travels in the extended-register field of the root
+// bridge address, whose low bits the root bridge's alignment check sees as
+// zero (so a 64-bit BAR at 0x14 is read as one qword). A read that a board fault
+// fails returns the fault's status, the buffer filled up to that element; a
+// write a fault fails returns its status and writes nothing. Accesses that
+// pass these checks are counted and, when the function traces, recorded.
 #ifndef QOR_EMULATOR_PCI_PCI_IO_H_
 #define QOR_EMULATOR_PCI_PCI_IO_H_
 
@@ -34,6 +40,8 @@ class PciIoDevice {
   static PciIoDevice *From(EFI_PCI_IO_PROTOCOL *This);
 
  private:
+  EFI_STATUS WriteFault(uint32_t Offset, UINTN Count, uint32_t Size, bool StepAddress) const;
+
   struct Interface {
     EFI_PCI_IO_PROTOCOL Protocol;
     PciIoDevice *Owner;

@@ -1,0 +1,126 @@
+#include "emulator/pci/bridge_windows.h"
+
+#include <algorithm>
+#include <optional>
+#include <string>
+
+#include "emulator/board_json.h"
+#include "emulator/pci/board_pci.h"
+
+namespace qor::emu {
+
+namespace {
+
+constexpr uint64_t kIoGranule = 0x1000;
+constexpr uint64_t kMemoryGranule = 0x100000;
+constexpr uint64_t k4G = uint64_t{1} << 32;
+
+struct Range {
+  uint64_t First = UINT64_MAX;
+  uint64_t Last = 0;
+  bool Empty() const { return First > Last; }
+  void Add(uint64_t Base, uint64_t Size) {
+    First = std::min(First, Base);
+    Last = std::max(Last, Base + Size - 1);
+  }
+};
+
+void Put(std::vector<uint8_t> *Config, size_t Offset, uint64_t Value, int Bytes) {
+  for (int I = 0; I < Bytes; I++) (*Config)[Offset + I] = static_cast<uint8_t>(Value >> (8 * I));
+}
+
+uint32_t Dword(const std::vector<uint8_t> &Config, size_t Offset) {
+  return Config[Offset] | Config[Offset + 1] << 8 | Config[Offset + 2] << 16 |
+         static_cast<uint32_t>(Config[Offset + 3]) << 24;
+}
+
+void WriteIo(std::vector<uint8_t> *Config, uint64_t First, uint64_t Last) {
+  Put(Config, 0x1C, ((First >> 8) & 0xF0) | 0x01, 1);  // 32-bit I/O decoder
+  Put(Config, 0x1D, ((Last >> 8) & 0xF0) | 0x01, 1);
+  Put(Config, 0x30, First >> 16, 2);
+  Put(Config, 0x32, Last >> 16, 2);
+}
+void WriteMemory(std::vector<uint8_t> *Config, uint64_t First, uint64_t Last) {
+  Put(Config, 0x20, (First >> 16) & 0xFFF0, 2);
+  Put(Config, 0x22, (Last >> 16) & 0xFFF0, 2);
+}
+void WritePrefetchable(std::vector<uint8_t> *Config, uint64_t First, uint64_t Last) {
+  Put(Config, 0x24, ((First >> 16) & 0xFFF0) | 0x01, 2);  // 64-bit decoder
+  Put(Config, 0x26, ((Last >> 16) & 0xFFF0) | 0x01, 2);
+  Put(Config, 0x28, First >> 32, 4);
+  Put(Config, 0x2C, Last >> 32, 4);
+}
+
+// [first, last] of a window, aligned to its granule and inside Top.
+std::pair<uint64_t, uint64_t> ParseRange(const JsonField &Field, uint64_t Granule, uint64_t Top) {
+  auto Ends = Field.Elements();
+  if (Ends.size() != 2) Field.Fail("[first address, last address]");
+  uint64_t First = Ends[0].Uint(Top), Last = Ends[1].Uint(Top);
+  if (First % Granule != 0 || (Last + 1) % Granule != 0 || Last < First) {
+    Field.Fail("a range from a multiple of " + std::to_string(Granule) + " to one byte below another");
+  }
+  return {First, Last};
+}
+
+}  // namespace
+
+bool ParseBridgeWindows(const JsonField &Windows, std::vector<uint8_t> *Config) {
+  if (Windows.IsString()) {
+    std::string Mode = Windows.String();
+    if (Mode != "auto" && Mode != "closed") Windows.Fail("\"auto\", \"closed\" or the ranges");
+    return Mode == "auto";
+  }
+  Windows.AllowOnly({"io", "memory", "prefetchable"});
+  if (auto Io = Windows.Optional("io")) {
+    auto [First, Last] = ParseRange(*Io, kIoGranule, 0xFFFFFFFF);
+    WriteIo(Config, First, Last);
+  }
+  if (auto Memory = Windows.Optional("memory")) {
+    auto [First, Last] = ParseRange(*Memory, kMemoryGranule, 0xFFFFFFFF);
+    WriteMemory(Config, First, Last);
+  }
+  if (auto Prefetchable = Windows.Optional("prefetchable")) {
+    auto [First, Last] = ParseRange(*Prefetchable, kMemoryGranule, UINT64_MAX);
+    WritePrefetchable(Config, First, Last);
+  }
+  return false;
+}
+
+void AssignBridgeWindows(const std::vector<size_t> &Auto, std::vector<PciFunctionDef> *Functions) {
+  for (size_t Index : Auto) {
+    PciFunctionDef &Bridge = (*Functions)[Index];
+    uint8_t Secondary = Bridge.Config[0x19], Subordinate = Bridge.Config[0x1A];
+    Range Io, Memory, Prefetchable;
+    for (const PciFunctionDef &F : *Functions) {
+      if (F.Segment != Bridge.Segment || F.Bus < Secondary || F.Bus > Subordinate) continue;
+      uint8_t Layout = F.Config[0x0E] & 0x7F;
+      int Registers = Layout == 0 ? 6 : Layout == 1 ? 2 : 0;
+      for (int I = 0; I < Registers; I++) {
+        uint32_t Low = Dword(F.Config, 0x10 + 4 * I);
+        uint64_t Size = F.Bars.Size[I];
+        bool Wide = (Low & 1) == 0 && ((Low >> 1) & 3) == 2 && (I + 1 < Registers || Layout == 0);
+        uint64_t Base = (Low & 1) != 0 ? Low & ~uint64_t{3} : Low & ~uint64_t{0xF};
+        if (Wide) Base |= uint64_t{Dword(F.Config, 0x10 + 4 * (I + 1))} << 32;
+        if (Size != 0 && Base != 0) {
+          if ((Low & 1) != 0) {
+            Io.Add(Base, Size);
+          } else if ((Low & 0x8) != 0) {
+            Prefetchable.Add(Base, Size);
+          } else if (Base + Size <= k4G) {  // a non-prefetchable window decodes 32 bits only
+            Memory.Add(Base, Size);
+          }
+        }
+        if (Wide) I++;
+      }
+    }
+    auto Down = [](uint64_t Value, uint64_t Granule) { return Value & ~(Granule - 1); };
+    auto Up = [](uint64_t Value, uint64_t Granule) { return Value | (Granule - 1); };
+    if (!Io.Empty()) WriteIo(&Bridge.Config, Down(Io.First, kIoGranule), Up(Io.Last, kIoGranule));
+    if (!Memory.Empty()) WriteMemory(&Bridge.Config, Down(Memory.First, kMemoryGranule), Up(Memory.Last, kMemoryGranule));
+    if (!Prefetchable.Empty()) {
+      WritePrefetchable(&Bridge.Config, Down(Prefetchable.First, kMemoryGranule), Up(Prefetchable.Last, kMemoryGranule));
+    }
+  }
+}
+
+}  // namespace qor::emu

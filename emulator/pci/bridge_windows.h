@@ -1,0 +1,31 @@
+// The forwarding windows of the bridges a board builds, as a bus driver
+// would program them: unless a bridge says otherwise ("windows"), its I/O,
+// memory and prefetchable windows are opened just wide enough for the BARs
+// of every function on its secondary to subordinate buses (I/O in 4 KiB,
+// memory in 1 MiB granules; the prefetchable window decodes 64 bits). A
+// window with nothing to forward stays closed (base above limit).
+#ifndef QOR_EMULATOR_PCI_BRIDGE_WINDOWS_H_
+#define QOR_EMULATOR_PCI_BRIDGE_WINDOWS_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace qor::emu {
+
+class JsonField;
+struct PciFunctionDef;
+
+// "windows" of a bridge: "auto" (the default), "closed", or explicit
+// ranges {"io": [first, last], "memory": [...], "prefetchable": [...]}
+// written into Config (a window left out stays closed). Returns whether the
+// windows are to be derived.
+bool ParseBridgeWindows(const JsonField &Windows, std::vector<uint8_t> *Config);
+
+// Opens the windows of the bridges listed in Auto (indices into Functions)
+// from the BARs below them.
+void AssignBridgeWindows(const std::vector<size_t> &Auto, std::vector<PciFunctionDef> *Functions);
+
+}  // namespace qor::emu
+
+#endif  // QOR_EMULATOR_PCI_BRIDGE_WINDOWS_H_
