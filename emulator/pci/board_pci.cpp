@@ -584,12 +584,19 @@ void ParsePci(const JsonField &Pci, Board *Out) {
 std::vector<PciFunctionDef> ParsePciDomain(const JsonField &Devices, uint8_t FirstBus, uint8_t LastBus) {
   std::vector<PciFunctionDef> Out;
   std::set<PciLocation> Taken;
+  std::set<PciLocation> AutoWindows;
   Expansion X;
   X.LastBus = LastBus;
   X.NextBus = FirstBus + 1u;
   X.Taken = &Taken;
   X.Out = &Out;
+  X.AutoWindows = &AutoWindows;
   ParseBus(Devices, FirstBus, nullptr, X);
+  std::vector<size_t> Auto;
+  for (size_t I = 0; I < Out.size(); I++) {
+    if (AutoWindows.count(Out[I].Location()) != 0) Auto.push_back(I);
+  }
+  AssignBridgeWindows(Auto, &Out);
   return Out;
 }
 
