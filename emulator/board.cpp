@@ -369,11 +369,14 @@ void ParseBoardObject(const JsonField &Root, Board *Out) {
 }  // namespace
 
 namespace {
-// "boots": one overlay per boot, each laid over the board (without its
-// "boots"); the last one also describes every later boot.
-std::vector<Board> ParsePerBootBoards(const rapidjson::Document &Merged, const std::string &Directory) {
+// A per-boot overlay describes at most this many boots in a row.
+constexpr uint64_t kMaxPerBootRepeat = 1000000;
+
+// "boots": one overlay per boot (or per "repeat" boots in a row), each laid
+// over the board without its "boots"; the last one also describes every
+// later boot.
+void ParsePerBootBoards(const rapidjson::Document &Merged, const std::string &Directory, Board *Out) {
   JsonField Boots(Merged["boots"], "board.boots");
-  std::vector<Board> Out;
   auto Overlays = Boots.Elements();
   if (Overlays.empty()) Boots.Fail("a list of at least one per-boot overlay");
   for (const JsonField &Overlay : Overlays) {
@@ -381,16 +384,22 @@ std::vector<Board> ParsePerBootBoards(const rapidjson::Document &Merged, const s
     for (const char *Key : {"boots", "base"}) {
       if (Overlay.Has(Key)) Overlay.At(Key).Fail("a member of the board itself, not of one boot");
     }
+    uint64_t Repeat = 1;
+    if (auto Count = Overlay.Optional("repeat")) {
+      Repeat = Count->Uint(kMaxPerBootRepeat);
+      if (Repeat == 0) Count->Fail("a number of boots from 1 to " + std::to_string(kMaxPerBootRepeat));
+    }
     rapidjson::Document ThisBoot;
     ThisBoot.CopyFrom(Merged, ThisBoot.GetAllocator());
     ThisBoot.RemoveMember("boots");
     MergeInto(ThisBoot, Overlay.Raw(), ThisBoot.GetAllocator());
+    ThisBoot.RemoveMember("repeat");
     Board Parsed;
     Parsed.Directory = Directory;
     ParseBoardObject(JsonField(ThisBoot, Overlay.Path()), &Parsed);
-    Out.push_back(std::move(Parsed));
+    Out->PerBoot.push_back(std::move(Parsed));
+    Out->PerBootRepeat.push_back(Repeat);
   }
-  return Out;
 }
 
 Board ParseOverBase(const std::string &JsonText, bool IsBuiltIn, const std::string &Directory = "") {
@@ -411,7 +420,7 @@ Board ParseOverBase(const std::string &JsonText, bool IsBuiltIn, const std::stri
   Board Out;
   Out.Directory = Directory;
   ParseBoardObject(JsonField(Merged, "board"), &Out);
-  if (Merged.HasMember("boots")) Out.PerBoot = ParsePerBootBoards(Merged, Directory);
+  if (Merged.HasMember("boots")) ParsePerBootBoards(Merged, Directory, &Out);
   return Out;
 }
 }  // namespace
@@ -441,8 +450,13 @@ Board BuiltInBoard() { return ParseOverBase(BuiltInBoardJson(), true); }
 
 const Board &BoardForBoot(const Board &Board, int Boot) {
   if (Board.PerBoot.empty() || Boot < 1) return Board;
-  size_t Index = std::min(static_cast<size_t>(Boot), Board.PerBoot.size()) - 1;
-  return Board.PerBoot[Index];
+  uint64_t Remaining = static_cast<uint64_t>(Boot);
+  for (size_t I = 0; I + 1 < Board.PerBoot.size(); I++) {
+    uint64_t Repeat = I < Board.PerBootRepeat.size() ? Board.PerBootRepeat[I] : 1;
+    if (Remaining <= Repeat) return Board.PerBoot[I];
+    Remaining -= Repeat;
+  }
+  return Board.PerBoot.back();
 }
 
 }  // namespace qor::emu

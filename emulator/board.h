@@ -195,9 +195,11 @@ struct Board {
   IpmiDef Ipmi;
 
   // ---- cards changed between boots
-  // The board of boot 1, 2, ... ("boots": overlays laid over this board);
-  // the last one holds for every later boot. Empty: every boot is this board.
+  // The board of boot 1, 2, ... ("boots": overlays laid over this board),
+  // each holding for PerBootRepeat[i] boots in a row; the last one holds for
+  // every later boot. Empty: every boot is this board.
   std::vector<Board> PerBoot;
+  std::vector<uint64_t> PerBootRepeat;
 };
 
 // Short names of the platform protocols a board may leave out.
