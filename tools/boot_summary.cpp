@@ -56,9 +56,11 @@ std::vector<std::string> SectionsWithoutFiller(const qor::emu::BootResult &Resul
   return Names;
 }
 
-std::string BootSummary(const qor::emu::BootResult &Result, const std::string &Directory, int BootNumber, int Boots) {
+std::string BootSummary(const qor::emu::BootResult &Result, const std::string &Directory, int BootNumber, int Boots,
+                        const std::string &BoardName) {
   std::string Out;
   if (Boots > 1) Out += Format("== boot %d ==\n", BootNumber);
+  if (!BoardName.empty()) Out += "board: " + BoardName + "\n";
   Out += "driver entry: " + StatusText(Result.EntryStatus) + "\n";
 
   int Filled = 0;
@@ -88,7 +90,9 @@ std::string BootSummary(const qor::emu::BootResult &Result, const std::string &D
   for (const char *Name : kSentNames) {
     if (Result.FindUpload(Name) == nullptr) Out += Format("not sent: %s\n", Name);
   }
-  if (!Result.Resets.empty()) Out += "reset: the driver reset the machine; the boot ended there\n";
+  if (!Result.Resets.empty()) {
+    Out += Format("reset: %s, by the driver; the boot ended there\n", qor::emu::ResetTypeName(Result.Resets.front().Type));
+  }
 
   // Error-level lines, each distinct text once with its count, in order;
   // the no-filler lines are said above.

@@ -15,8 +15,10 @@ namespace qor::tool {
 // in registry order, as the boot reported them ("Invalid Type N").
 std::vector<std::string> SectionsWithoutFiller(const qor::emu::BootResult &Result);
 
-// Boots > 1 adds a "== boot K ==" heading.
-std::string BootSummary(const qor::emu::BootResult &Result, const std::string &Directory, int BootNumber, int Boots);
+// Boots > 1 adds a "== boot K ==" heading; a BoardName adds a "board:" line
+// under it (the board of this boot, when the board changes between boots).
+std::string BootSummary(const qor::emu::BootResult &Result, const std::string &Directory, int BootNumber, int Boots,
+                        const std::string &BoardName = "");
 
 }  // namespace qor::tool
 

@@ -107,8 +107,11 @@ int main(int Argc, char **Argv) {
     auto Results = qor::emu::RunBoots(Board, Boots);
     for (size_t K = 0; K < Results.size(); K++) {
       std::string Directory = Boots == 1 ? OutDir : OutDir + "/boot-" + std::to_string(K + 1);
-      qor::emu::WriteBootOutputs(Directory, Board, Results[K], static_cast<int>(K + 1));
-      std::fputs(qor::tool::BootSummary(Results[K], Directory, static_cast<int>(K + 1), Boots).c_str(), stdout);
+      // A board that changes between boots names each boot's board.
+      const qor::emu::Board &ThisBoot = qor::emu::BoardForBoot(Board, static_cast<int>(K + 1));
+      qor::emu::WriteBootOutputs(Directory, ThisBoot, Results[K], static_cast<int>(K + 1));
+      std::string BoardName = ThisBoot.Name != Board.Name ? ThisBoot.Name : "";
+      std::fputs(qor::tool::BootSummary(Results[K], Directory, static_cast<int>(K + 1), Boots, BoardName).c_str(), stdout);
     }
   } catch (const qor::emu::BoardError &Error) {
     std::fprintf(stderr, "qor-emu: invalid board: %s\n", Error.what());

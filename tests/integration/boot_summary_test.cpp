@@ -85,3 +85,13 @@ TEST(BootReport, StaysValidJsonWhateverBytesTheDriverLogged) {
   EXPECT_EQ(std::string(Document["warnings"][0].GetString()),
             "model " + R + R + ", cut " + R + ", overlong " + R + R + ", surrogate " + R + R + R + ", ok \xC3\xBC\n");
 }
+
+TEST(BootSummary, SaysWhichResetEndedTheBoot) {
+  qor::emu::BootResult Result;
+  Result.Resets.push_back({EfiResetWarm, EFI_SUCCESS, {}});
+  EXPECT_TRUE(HasLine(qor::tool::BootSummary(Result, "out", 1, 1), "reset: warm, by the driver; the boot ended there"));
+  Result.Resets[0].Type = EfiResetCold;
+  EXPECT_TRUE(HasLine(qor::tool::BootSummary(Result, "out", 2, 2), "reset: cold, by the driver; the boot ended there"));
+  Result.Resets.clear();
+  EXPECT_EQ(qor::tool::BootSummary(Result, "out", 1, 1).find("reset"), std::string::npos);
+}

@@ -195,3 +195,27 @@ TEST_F(QorEmuCommand, WritesTheFilesTheBmcReceivedByteForByte) {
   }
   EXPECT_EQ(qortest::WithoutPointers(ReadFile(OutDir / "debug.log")), qortest::WithoutPointers(Expected.DebugLog));
 }
+
+TEST_F(QorEmuCommand, NamesTheBoardOfEachBootThatChangesAndTheTypeOfEachReset) {
+  fs::path OutDir = Dir / "out";
+  ASSERT_EQ(Run("--board '" QOR_SOURCE_DIR "/boards/examples/customer-3-jd-nic.json' --boots 3 --out '" +
+                OutDir.string() + "'"),
+            0)
+      << Err;
+  const std::string Boot1 = "== boot 1 ==\nboard: CustomerId 3, boots 1-2: JD NIC in slot 5\n";
+  const std::string Boot3 = "== boot 3 ==\nboard: CustomerId 3, boots 3-4: JD NIC moved to slot 9\n";
+  EXPECT_NE(Out.find(Boot1), std::string::npos) << Out;
+  EXPECT_NE(Out.find(Boot3), std::string::npos) << Out;
+  EXPECT_NE(Out.find("\nreset: cold, by the driver; the boot ended there\n"), std::string::npos) << Out;
+  rapidjson::Document Report;
+  std::string Text = ReadFile(OutDir / "boot-3" / "boot.json");
+  Report.Parse(Text.c_str(), Text.size());
+  ASSERT_FALSE(Report.HasParseError());
+  EXPECT_STREQ(Report["board"].GetString(), "CustomerId 3, boots 3-4: JD NIC moved to slot 9");
+  EXPECT_STREQ(Report["reset"]["type"].GetString(), "cold");
+
+  // A board that stays the same names itself once, above the boots.
+  ASSERT_EQ(Run("--boots 2 --out '" + OutDir.string() + "'"), 0) << Err;
+  EXPECT_EQ(Out.find("== boot 1 ==\nboard:"), std::string::npos) << Out;
+  EXPECT_EQ(Out.rfind("board: Qor built-in board: 2-socket server\n", 0), 0u) << Out;
+}
