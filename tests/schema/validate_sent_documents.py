@@ -3,12 +3,15 @@
 Usage: validate_sent_documents.py QOR_EMU [BOARD_OR_FOLDER ...]
 
 The built-in board is booted first (no --board), then every board file
-given, and every *.json in every folder given. Each file qor-emu writes as
-sent ("push_BiosBeforeBoot.json", "push_FlashInfo.json" and their numbered
-repeats) must pass the checks of document_schema.py. Exit status 0 when all
-do and at least one inventory document was checked.
+given, and every *.json in every folder given. A board whose first boot
+ends in a reset (a customer policy) is booted again, six boots in a row, so
+the documents of the boots after its resets are checked too. Each file
+qor-emu writes as sent ("push_BiosBeforeBoot.json", "push_FlashInfo.json"
+and their numbered repeats) must pass the checks of document_schema.py.
+Exit status 0 when all do and at least one inventory document was checked.
 """
 import glob
+import json
 import os
 import subprocess
 import sys
@@ -28,6 +31,26 @@ def boards_from(arguments):
     return boards
 
 
+BOOTS_AFTER_A_RESET = 6
+
+
+def ended_in_reset(folder):
+    with open(os.path.join(folder, "boot.json"), encoding="utf-8") as handle:
+        return json.load(handle).get("reset") is not None
+
+
+def sent_files(out):
+    """Every file sent, in OUT or in its boot-K folders, as (label, path)."""
+    folders = [out] + sorted(glob.glob(os.path.join(out, "boot-*")))
+    files = []
+    for folder in folders:
+        for file_name in sorted(os.listdir(folder)):
+            if file_name.startswith("push_") and file_name.endswith(".json"):
+                label = os.path.relpath(os.path.join(folder, file_name), out)
+                files.append((label, os.path.join(folder, file_name)))
+    return files
+
+
 def main(arguments):
     if len(arguments) < 1:
         print(__doc__)
@@ -44,19 +67,26 @@ def main(arguments):
                 print("FAIL %s: qor-emu exited with %d\n%s" % (name, run.returncode, run.stdout))
                 failures += 1
                 continue
-            sent = sorted(f for f in os.listdir(out) if f.startswith("push_") and f.endswith(".json"))
-            for file_name in sent:
-                with open(os.path.join(out, file_name), "rb") as handle:
+            if ended_in_reset(out):
+                run = subprocess.run(command + ["--boots", str(BOOTS_AFTER_A_RESET)], stdout=subprocess.PIPE,
+                                     stderr=subprocess.STDOUT, text=True)
+                if run.returncode != 0:
+                    print("FAIL %s: qor-emu --boots exited with %d\n%s" % (name, run.returncode, run.stdout))
+                    failures += 1
+                    continue
+            for label, path in sent_files(out):
+                file_name = os.path.basename(path)
+                with open(path, "rb") as handle:
                     errors = checker.sent_file_errors(file_name, handle.read())
                 checked += 1
                 inventories += file_name.startswith("push_BiosBeforeBoot")
                 if errors:
                     failures += 1
-                    print("FAIL %s: %s" % (name, file_name))
+                    print("FAIL %s: %s" % (name, label))
                     for error in errors:
                         print("    " + error)
                 else:
-                    print("ok   %s: %s" % (name, file_name))
+                    print("ok   %s: %s" % (name, label))
     print("%d documents checked from %d boards, %d failed" % (checked, len(boards), failures))
     if inventories == 0:
         print("FAIL: no board sent an inventory document")
