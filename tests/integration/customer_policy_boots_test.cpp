@@ -312,8 +312,9 @@ TEST(P800Boots, TheMmiohCodeBecomesFiveTheBmcHearsOfTheResetAndTheMachineResetsC
     EXPECT_EQ(Stored(Boots[K], u"SocketMpLinkConfig")->Data, Config);
     // The P800 (base class 0x07) is a GPU through its row of the GPU table.
     ASSERT_EQ(Boots[K].Gpus.Count, 1u);
-    EXPECT_EQ(Boots[K].Gpus.Entries[0].VendorID, 0x1D22);
-    EXPECT_EQ(Boots[K].Gpus.Entries[0].DeviceID, 0x3688);
-    EXPECT_EQ(Boots[K].Gpus.Entries[0].Slot, 3u);
+    const QOR_GPU_ENTRY Gpu = Boots[K].Gpus.Entries[0];  // a copy: the entry is packed
+    EXPECT_EQ(+Gpu.VendorID, 0x1D22);
+    EXPECT_EQ(+Gpu.DeviceID, 0x3688);
+    EXPECT_EQ(+Gpu.Slot, 3u);
   }
 }
