@@ -84,8 +84,13 @@ void *Load(const std::string &Path, ImageEntryPoint *Entry) {
   return Handle;
 }
 
-ResidentImage &LoadResident(const std::string &Path) {
+std::map<std::string, ResidentImage> &ResidentImages() {
   static std::map<std::string, ResidentImage> Images;
+  return Images;
+}
+
+ResidentImage &LoadResident(const std::string &Path) {
+  auto &Images = ResidentImages();
   auto Known = Images.find(Path);
   if (Known != Images.end()) return Known->second;
   ResidentImage Image;
@@ -116,7 +121,9 @@ void DriverImage::KeepResident(bool Resident) { gResident = Resident; }
 bool DriverImage::Resident() { return gResident; }
 
 DriverImage::DriverImage(const std::string &Path) {
-  if (!gResident) {
+  // An image kept resident earlier stays mapped: dlopen would hand back its
+  // used data, so it is put back as after loading in either mode.
+  if (!gResident && ResidentImages().count(Path) == 0) {
     Handle_ = Load(Path, &Entry_);
     return;
   }

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/unit/packed_value.h"
 #include "pci_resources/pci_res_info.h"
 #include "platform/memory_lib.h"
 #include "tests/unit/pci_bus_fixture.h"
@@ -100,14 +101,14 @@ TEST_F(PciResourceWalk, SizesABarWithDecodingOffThenRestoresItAndSwitchesDecodin
 
   ASSERT_EQ(RecordsOf(0, 2).size(), 1u);
   PCI_RES_INFO R = RecordsOf(0, 2)[0];
-  EXPECT_EQ(R.StartAddress, 0x90000000u);
-  EXPECT_EQ(R.EndAddress, 0x90000FFFu);
-  EXPECT_EQ(R.ResourceType, QOR_RES_TYPE_MMIO);
-  EXPECT_EQ(R.ConsumedBySelf, 1);
-  EXPECT_EQ(R.VendorID, 0x1AB4);
-  EXPECT_EQ(R.DeviceID, 0x0042);
-  EXPECT_EQ(R.ClassCode, 0x028000u);
-  EXPECT_EQ(R.HeaderType, 0);
+  EXPECT_EQ(Val(R.StartAddress), 0x90000000u);
+  EXPECT_EQ(Val(R.EndAddress), 0x90000FFFu);
+  EXPECT_EQ(Val(R.ResourceType), QOR_RES_TYPE_MMIO);
+  EXPECT_EQ(Val(R.ConsumedBySelf), 1);
+  EXPECT_EQ(Val(R.VendorID), 0x1AB4);
+  EXPECT_EQ(Val(R.DeviceID), 0x0042);
+  EXPECT_EQ(Val(R.ClassCode), 0x028000u);
+  EXPECT_EQ(Val(R.HeaderType), 0);
 }
 
 // Low nibble  BAR   meaning                              sized?
@@ -123,20 +124,20 @@ TEST_F(PciResourceWalk, ClassifiesEachBarByItsLowBitsAndSizesA64BitBarInTheLastS
   Collect();
   std::vector<PCI_RES_INFO> R = RecordsOf(0, 2);
   ASSERT_EQ(R.size(), 4u);
-  EXPECT_EQ(R[0].StartAddress, 0xD0000u);
-  EXPECT_EQ(R[0].EndAddress, 0xD03FFu);
-  EXPECT_EQ(R[1].StartAddress, 0x900F0000u);
-  EXPECT_EQ(R[1].EndAddress, 0x900FFFFFu);
-  EXPECT_EQ(R[2].StartAddress, 0x4000u);
-  EXPECT_EQ(R[2].EndAddress, 0x40FFu);
-  EXPECT_EQ(R[2].ResourceType, QOR_RES_TYPE_IO);
-  EXPECT_EQ(R[3].StartAddress, 0x3800000000ull);
-  EXPECT_EQ(R[3].EndAddress, 0x39FFFFFFFFull);
-  EXPECT_EQ(R[3].ResourceType, QOR_RES_TYPE_MMIO);
+  EXPECT_EQ(Val(R[0].StartAddress), 0xD0000u);
+  EXPECT_EQ(Val(R[0].EndAddress), 0xD03FFu);
+  EXPECT_EQ(Val(R[1].StartAddress), 0x900F0000u);
+  EXPECT_EQ(Val(R[1].EndAddress), 0x900FFFFFu);
+  EXPECT_EQ(Val(R[2].StartAddress), 0x4000u);
+  EXPECT_EQ(Val(R[2].EndAddress), 0x40FFu);
+  EXPECT_EQ(Val(R[2].ResourceType), QOR_RES_TYPE_IO);
+  EXPECT_EQ(Val(R[3].StartAddress), 0x3800000000ull);
+  EXPECT_EQ(Val(R[3].EndAddress), 0x39FFFFFFFFull);
+  EXPECT_EQ(Val(R[3].ResourceType), QOR_RES_TYPE_MMIO);
   std::vector<PciAccessRecord> W = Writes(Trace(0, 2));
   for (const PciAccessRecord &A : W) {
-    EXPECT_NE(A.Offset, 0x10u) << "0xA is not sized: " << A;
-    EXPECT_NE(A.Offset, 0x18u) << "0x6 is not sized: " << A;
+    EXPECT_NE(Val(A.Offset), 0x10u) << "0xA is not sized: " << A;
+    EXPECT_NE(Val(A.Offset), 0x18u) << "0x6 is not sized: " << A;
   }
   // The 64-bit BAR is sized as one qword, and the loop ends with it.
   EXPECT_TRUE(std::find(W.begin(), W.end(), PciAccessRecord{true, 8, 0x24, 1, ~0ULL}) != W.end());
@@ -152,7 +153,7 @@ TEST_F(PciResourceWalk, EachSixtyFourBitBarTakesTwoSlotsSoTheWalkStopsAtTheSixth
                           R"(["4K", 0, "4K", 0, "4K", 0])"));
   Collect();
   ASSERT_EQ(RecordsOf(0, 2).size(), 3u);
-  EXPECT_EQ(RecordsOf(0, 2)[2].StartAddress, 0x91002000u);
+  EXPECT_EQ(Val(RecordsOf(0, 2)[2].StartAddress), 0x91002000u);
   EXPECT_FALSE(Touched(Trace(0, 2), 0x28)) << "three 64-bit BARs fill all six registers";
 }
 
@@ -168,14 +169,14 @@ TEST_F(PciResourceWalk, IoBarsOf16BitDecodersGetTheirUpperHalfAndLoseTheirLowNib
   Collect();
   std::vector<PCI_RES_INFO> R = RecordsOf(0, 2);
   ASSERT_EQ(R.size(), 3u);
-  EXPECT_EQ(R[0].StartAddress, 0x3000u);
-  EXPECT_EQ(R[0].EndAddress, 0x300Fu);
-  EXPECT_EQ(R[1].StartAddress, 0x2000u);
-  EXPECT_EQ(R[1].EndAddress, 0x201Fu);
-  EXPECT_EQ(R[2].StartAddress, 0x5000u);
-  EXPECT_EQ(R[2].EndAddress, 0x5003u);
-  for (const PCI_RES_INFO &Io : R) EXPECT_EQ(Io.ResourceType, QOR_RES_TYPE_IO);
-  for (const PciAccessRecord &A : Writes(Trace(0, 2))) EXPECT_NE(A.Offset, 0x1Cu) << A;
+  EXPECT_EQ(Val(R[0].StartAddress), 0x3000u);
+  EXPECT_EQ(Val(R[0].EndAddress), 0x300Fu);
+  EXPECT_EQ(Val(R[1].StartAddress), 0x2000u);
+  EXPECT_EQ(Val(R[1].EndAddress), 0x201Fu);
+  EXPECT_EQ(Val(R[2].StartAddress), 0x5000u);
+  EXPECT_EQ(Val(R[2].EndAddress), 0x5003u);
+  for (const PCI_RES_INFO &Io : R) EXPECT_EQ(Val(Io.ResourceType), QOR_RES_TYPE_IO);
+  for (const PciAccessRecord &A : Writes(Trace(0, 2))) EXPECT_NE(Val(A.Offset), 0x1Cu) << A;
 }
 
 // Bridge 00:01.0, windows (config offset: bytes):
@@ -190,16 +191,16 @@ TEST_F(PciResourceWalk, ABridgeReportsItsThreeWindowsWithTheirUpperHalves) {
   Collect();
   std::vector<PCI_RES_INFO> R = RecordsOf(0, 1);
   ASSERT_EQ(R.size(), 3u);
-  EXPECT_EQ(R[0].StartAddress, 0x12000u);
-  EXPECT_EQ(R[0].EndAddress, 0x13FFFu);
-  EXPECT_EQ(R[0].ResourceType, QOR_RES_TYPE_IO);
-  EXPECT_EQ(R[1].StartAddress, 0x90000000u);
-  EXPECT_EQ(R[1].EndAddress, 0x90FFFFFFu);
-  EXPECT_EQ(R[2].StartAddress, 0x3800100000ull);
-  EXPECT_EQ(R[2].EndAddress, 0x380FFFFFFFull);
+  EXPECT_EQ(Val(R[0].StartAddress), 0x12000u);
+  EXPECT_EQ(Val(R[0].EndAddress), 0x13FFFu);
+  EXPECT_EQ(Val(R[0].ResourceType), QOR_RES_TYPE_IO);
+  EXPECT_EQ(Val(R[1].StartAddress), 0x90000000u);
+  EXPECT_EQ(Val(R[1].EndAddress), 0x90FFFFFFu);
+  EXPECT_EQ(Val(R[2].StartAddress), 0x3800100000ull);
+  EXPECT_EQ(Val(R[2].EndAddress), 0x380FFFFFFFull);
   for (const PCI_RES_INFO &W : R) {
-    EXPECT_EQ(W.ConsumedBySelf, 0);
-    EXPECT_EQ(W.HeaderType, 1);
+    EXPECT_EQ(Val(W.ConsumedBySelf), 0);
+    EXPECT_EQ(Val(W.HeaderType), 1);
   }
 }
 
@@ -223,12 +224,12 @@ TEST_F(PciResourceWalk, WindowsNeedANonZeroBaseNotAboveTheLimitInTheirLowHalves)
   EXPECT_TRUE(RecordsOf(0, 1).empty());
   std::vector<PCI_RES_INFO> R = RecordsOf(0, 2);
   ASSERT_EQ(R.size(), 1u);
-  EXPECT_EQ(R[0].StartAddress, 0x200100000ull);
-  EXPECT_EQ(R[0].EndAddress, 0x1001FFFFFull);
+  EXPECT_EQ(Val(R[0].StartAddress), 0x200100000ull);
+  EXPECT_EQ(Val(R[0].EndAddress), 0x1001FFFFFull);
   R = RecordsOf(0, 3);
   ASSERT_EQ(R.size(), 1u);
-  EXPECT_EQ(R[0].StartAddress, 0u);
-  EXPECT_EQ(R[0].EndAddress, 0xFFFFFu);
+  EXPECT_EQ(Val(R[0].StartAddress), 0u);
+  EXPECT_EQ(Val(R[0].EndAddress), 0xFFFFFu);
 }
 
 // A function whose vendor reads 0xFFFF, a CardBus bridge (header type 2),
@@ -246,7 +247,7 @@ TEST_F(PciResourceWalk, SkipsAbsentAndForeignHeadersAndFunctionsWhoseDecodeCanno
   EXPECT_TRUE(Writes(Trace(0, 3)).empty());
   std::vector<PciAccessRecord> W = Writes(Trace(0, 4));
   ASSERT_EQ(W.size(), 1u) << "only the failed decode-off";
-  EXPECT_EQ(W[0].Offset, 0x04u);
+  EXPECT_EQ(Val(W[0].Offset), 0x04u);
   EXPECT_FALSE(Touched(Trace(0, 4), 0x10));
 }
 
@@ -255,7 +256,7 @@ TEST_F(PciResourceWalk, AFailedRestoreIsLoggedWithTheLocationAndAddsNothing) {
   Collect();
   std::vector<PCI_RES_INFO> R = RecordsOf(0, 2);
   ASSERT_EQ(R.size(), 1u) << "BAR1 is still sized";
-  EXPECT_EQ(R[0].StartAddress, 0x90100000u);
+  EXPECT_EQ(Val(R[0].StartAddress), 0x90100000u);
   EXPECT_NE(Log().find("QorCollectPciRes: Write 32bit base addres back fail, status: Device Error \n"
                        "            S: 0x0   B: 0x0 D: 0x2 F:0x0  BarOffset: 0x10 \n"),
             std::string::npos);
@@ -293,10 +294,10 @@ TEST_F(PciResourceWalk, ASecondRangeOfAFunctionCopiesItsSlotFieldsWithoutReading
   Collect();
   std::vector<PCI_RES_INFO> R = RecordsOf(0, 1);
   ASSERT_EQ(R.size(), 2u);
-  EXPECT_EQ(R[0].SlotDesc, QOR_SLOT_DESC_INTERNAL_BRIDGE);
-  EXPECT_EQ(R[0].SubDevSlotDesc, 7u);
-  EXPECT_EQ(R[1].SlotDesc, R[0].SlotDesc);
-  EXPECT_EQ(R[1].SubDevSlotDesc, R[0].SubDevSlotDesc);
+  EXPECT_EQ(Val(R[0].SlotDesc), QOR_SLOT_DESC_INTERNAL_BRIDGE);
+  EXPECT_EQ(Val(R[0].SubDevSlotDesc), 7u);
+  EXPECT_EQ(Val(R[1].SlotDesc), Val(R[0].SlotDesc));
+  EXPECT_EQ(Val(R[1].SubDevSlotDesc), Val(R[0].SubDevSlotDesc));
   size_t PointerReads = 0;
   for (const PciAccessRecord &A : Trace(0, 1)) PointerReads += !A.Write && A.Offset == 0x34 && A.Size == 1 ? 1 : 0;
   EXPECT_EQ(PointerReads, 1u);

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/unit/packed_value.h"
 #include "json/json_tree.h"
 #include "pci_resources/pci_res_info.h"
 #include "pci_resources/pci_tree.h"
@@ -19,13 +20,6 @@
 #include "tests/unit/driver_fixture.h"
 
 namespace {
-
-// The records are packed: their fields are read by value, never bound to a
-// reference.
-template <typename T>
-T Val(T Value) {
-  return Value;
-}
 
 PCI_RES_INFO Range(UINT64 Start, UINT64 End, UINT8 HeaderType, UINT64 Bus = 0) {
   PCI_RES_INFO R = {};

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/unit/packed_value.h"
 #include "pci_resources/pci_res_info.h"
 #include "tests/unit/pci_bus_fixture.h"
 
@@ -51,8 +52,8 @@ class SlotDescriptions : public PciBusOnEmulator {
   void Check(const std::vector<Expect> &Rows) {
     for (const Expect &Row : Rows) {
       PCI_RES_INFO R = Evaluate(Row.Bdf);
-      EXPECT_EQ(R.SlotDesc, Row.SlotDesc) << Row.Bdf << " " << Row.Path;
-      EXPECT_EQ(R.SubDevSlotDesc, Row.SubDevSlotDesc) << Row.Bdf << " " << Row.Path;
+      EXPECT_EQ(Val(R.SlotDesc), Row.SlotDesc) << Row.Bdf << " " << Row.Path;
+      EXPECT_EQ(Val(R.SubDevSlotDesc), Row.SubDevSlotDesc) << Row.Bdf << " " << Row.Path;
     }
   }
 };

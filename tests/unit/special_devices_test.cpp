@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/unit/packed_value.h"
 #include "emulator/gpu_list.h"
 #include "emulator/pcd_database.h"
 #include "pcie/special_devices.h"
@@ -42,10 +43,10 @@ TEST_F(DetectionTest, Bf2ForCustomer1WritesBf2PresentAndSetsTheFlag) {
   EXPECT_TRUE(Found);
   const auto &Writes = Fw->Variables().Writes();
   ASSERT_EQ(Writes.size(), 1u);
-  EXPECT_EQ(Writes[0].Name, u"Bf2Present");
+  EXPECT_EQ(Val(Writes[0].Name), u"Bf2Present");
   EXPECT_EQ(std::memcmp(&Writes[0].Guid, &gQorSkobiofBf2VariableGuid, sizeof(EFI_GUID)), 0);
-  EXPECT_EQ(Writes[0].Attributes, 3u) << "non-volatile, boot-service access";
-  EXPECT_EQ(Writes[0].Data, std::vector<uint8_t>{1});
+  EXPECT_EQ(Val(Writes[0].Attributes), 3u) << "non-volatile, boot-service access";
+  EXPECT_EQ(Val(Writes[0].Data), std::vector<uint8_t>{1});
   EXPECT_TRUE(PcdWrites().empty());
 }
 
@@ -60,13 +61,13 @@ TEST_F(DetectionTest, Bf2ForCustomer17StoresItsLocationLowBytesInTokens344To346)
   EXPECT_TRUE(Found);
   auto Writes = PcdWrites();
   ASSERT_EQ(Writes.size(), 3u);
-  EXPECT_EQ(Writes[0].Token, 344u);
-  EXPECT_EQ(Writes[0].Value, 0xA3u);
-  EXPECT_EQ(Writes[1].Token, 345u);
-  EXPECT_EQ(Writes[1].Value, 0x12u);
-  EXPECT_EQ(Writes[2].Token, 346u);
-  EXPECT_EQ(Writes[2].Value, 0x07u);
-  for (const auto &Write : Writes) EXPECT_EQ(Write.Size, 1u) << "Set8";
+  EXPECT_EQ(Val(Writes[0].Token), 344u);
+  EXPECT_EQ(Val(Writes[0].Value), 0xA3u);
+  EXPECT_EQ(Val(Writes[1].Token), 345u);
+  EXPECT_EQ(Val(Writes[1].Value), 0x12u);
+  EXPECT_EQ(Val(Writes[2].Token), 346u);
+  EXPECT_EQ(Val(Writes[2].Value), 0x07u);
+  for (const auto &Write : Writes) EXPECT_EQ(Val(Write.Size), 1u) << "Set8";
   EXPECT_TRUE(Fw->Variables().Writes().empty());
 }
 
@@ -120,20 +121,20 @@ TEST_F(DetectionTest, ZijinDeviceHandsBackItsPathCutToTheSwitchAndTheSwitchRecor
 
   PCIE_DEVICE_INFO Switch = {};
   EXPECT_EQ(FillSwitchInfo(SwitchPath, &Switch), EFI_SUCCESS);
-  EXPECT_EQ(Switch.VendorID, 0x1172);
-  EXPECT_EQ(Switch.DeviceID, 0x0055);
-  EXPECT_EQ(Switch.Bus, 1u);
-  EXPECT_EQ(Switch.ClassCode, 0x06);
-  EXPECT_EQ(Switch.Slot, 5u) << "the slot of the root port above the switch";
-  EXPECT_EQ(Switch.LinkWidth, 8u);
-  EXPECT_EQ(Switch.CardBandWidth, 16u);
-  EXPECT_EQ(Switch.LinkSpeed, 3u);
-  EXPECT_EQ(Switch.PCIeGen, 4u);
-  EXPECT_EQ(Switch.MezzSlot, 255u);
-  EXPECT_EQ(Switch.MaxSpeed, 0u) << "left zero in the switch record";
-  EXPECT_EQ(Switch.Handle, nullptr);
-  EXPECT_EQ(Switch.DevicePath, nullptr);
-  EXPECT_EQ(Switch.DevicePathText, nullptr);
+  EXPECT_EQ(Val(Switch.VendorID), 0x1172);
+  EXPECT_EQ(Val(Switch.DeviceID), 0x0055);
+  EXPECT_EQ(Val(Switch.Bus), 1u);
+  EXPECT_EQ(Val(Switch.ClassCode), 0x06);
+  EXPECT_EQ(Val(Switch.Slot), 5u) << "the slot of the root port above the switch";
+  EXPECT_EQ(Val(Switch.LinkWidth), 8u);
+  EXPECT_EQ(Val(Switch.CardBandWidth), 16u);
+  EXPECT_EQ(Val(Switch.LinkSpeed), 3u);
+  EXPECT_EQ(Val(Switch.PCIeGen), 4u);
+  EXPECT_EQ(Val(Switch.MezzSlot), 255u);
+  EXPECT_EQ(Val(Switch.MaxSpeed), 0u) << "left zero in the switch record";
+  EXPECT_EQ(Val(Switch.Handle), nullptr);
+  EXPECT_EQ(Val(Switch.DevicePath), nullptr);
+  EXPECT_EQ(Val(Switch.DevicePathText), nullptr);
   QorFreePool(SwitchPath);
 }
 
@@ -193,18 +194,18 @@ TEST_F(GpuListTest, StoresDisplayAndProcessingAcceleratorsOncePerSlotWithTheirLi
   Records[0].LinkWidth = 8;
   QorCollectGPUInfo(Records.data(), Records.size());
   qor::emu::GpuList L = List();
-  ASSERT_EQ(L.Count, 2);
-  EXPECT_EQ(L.Entries[0].Slot, 1u);
-  EXPECT_EQ(L.Entries[0].Bus, 0x17);
-  EXPECT_EQ(L.Entries[0].Dev, 2);
-  EXPECT_EQ(L.Entries[0].VendorID, 0x10DE);
-  EXPECT_EQ(L.Entries[0].DeviceID, 0x2330);
-  EXPECT_EQ(L.Entries[0].SubDeviceID, 0x16C1);
-  EXPECT_EQ(L.Entries[0].PCIeGen, 5);
-  EXPECT_EQ(L.Entries[0].LinkSpeed, 4);
-  EXPECT_EQ(L.Entries[0].CardBandWidth, 16);
-  EXPECT_EQ(L.Entries[0].LinkWidth, 8);
-  EXPECT_EQ(L.Entries[1].Slot, 2u);
+  ASSERT_EQ(Val(L.Count), 2);
+  EXPECT_EQ(Val(L.Entries[0].Slot), 1u);
+  EXPECT_EQ(Val(L.Entries[0].Bus), 0x17);
+  EXPECT_EQ(Val(L.Entries[0].Dev), 2);
+  EXPECT_EQ(Val(L.Entries[0].VendorID), 0x10DE);
+  EXPECT_EQ(Val(L.Entries[0].DeviceID), 0x2330);
+  EXPECT_EQ(Val(L.Entries[0].SubDeviceID), 0x16C1);
+  EXPECT_EQ(Val(L.Entries[0].PCIeGen), 5);
+  EXPECT_EQ(Val(L.Entries[0].LinkSpeed), 4);
+  EXPECT_EQ(Val(L.Entries[0].CardBandWidth), 16);
+  EXPECT_EQ(Val(L.Entries[0].LinkWidth), 8);
+  EXPECT_EQ(Val(L.Entries[1].Slot), 2u);
   EXPECT_NE(Log().find("QorCollectGPUInfo GPUCount = 2\n"), std::string::npos);
   EXPECT_NE(Log().find("QorCollectGPUInfo 1504  DevCount = 4 \n"), std::string::npos);
 }
@@ -223,9 +224,9 @@ TEST_F(GpuListTest, TableRowsMatchOnAllFiveValuesAndTheFillerRowOnlyItsOwn) {
   for (UINT32 I = 0; I < Records.size(); I++) Records[I].Slot = 10 + I;
   QorCollectGPUInfo(Records.data(), Records.size());
   qor::emu::GpuList L = List();
-  ASSERT_EQ(L.Count, 2);
-  EXPECT_EQ(L.Entries[0].Slot, 10u);
-  EXPECT_EQ(L.Entries[1].Slot, 12u);
+  ASSERT_EQ(Val(L.Count), 2);
+  EXPECT_EQ(Val(L.Entries[0].Slot), 10u);
+  EXPECT_EQ(Val(L.Entries[1].Slot), 12u);
 }
 
 TEST_F(GpuListTest, ATableMatchInAListedSlotIsRememberedForTheNextDevice) {
@@ -237,8 +238,8 @@ TEST_F(GpuListTest, ATableMatchInAListedSlotIsRememberedForTheNextDevice) {
   Records[0].Slot = Records[1].Slot = 3;
   QorCollectGPUInfo(Records.data(), Records.size());
   qor::emu::GpuList L = List();
-  ASSERT_EQ(L.Count, 2);
-  EXPECT_EQ(L.Entries[1].Slot, 7u);
+  ASSERT_EQ(Val(L.Count), 2);
+  EXPECT_EQ(Val(L.Entries[1].Slot), 7u);
 }
 
 TEST_F(GpuListTest, TheThirtyThirdGpuIsStoredBeforeTheListStops) {
@@ -246,9 +247,9 @@ TEST_F(GpuListTest, TheThirtyThirdGpuIsStoredBeforeTheListStops) {
   for (UINT32 Slot = 1; Slot <= 40; Slot++) Records.push_back(Gpu(0x03, Slot));
   QorCollectGPUInfo(Records.data(), Records.size());
   qor::emu::GpuList L = List();
-  EXPECT_EQ(L.Count, 33);
+  EXPECT_EQ(Val(L.Count), 33);
   ASSERT_EQ(L.Entries.size(), 33u);
-  EXPECT_EQ(L.Entries[32].Slot, 33u);
+  EXPECT_EQ(Val(L.Entries[32].Slot), 33u);
   size_t Stops = 0;
   for (size_t At = Log().find("GPU Number is already"); At != std::string::npos;
        At = Log().find("GPU Number is already", At + 1)) {
