@@ -132,6 +132,38 @@ inline uint64_t RawBytes(const std::vector<uint8_t> &Bytes, uint32_t Offset, int
   return Value;
 }
 
+// The windows of a bridge as the driver reports them in PcieResource: the
+// ones lspci decodes as open, with the driver's documented departures: a
+// window whose base register (I/O Base, Memory Base, Prefetchable Base) is
+// zero is not reported, and the prefetchable window's base/limit test
+// reads only the low 16-bit registers, so a 64-bit window whose low halves
+// are out of order is dropped (it crosses a 4 GiB boundary) and one whose
+// full bounds are out of order but low halves in order is reported (the
+// I/O window's test, too, reads only its low registers).
+inline std::vector<LspciWindow> DriverReportedWindows(const LspciFunction &F) {
+  std::vector<LspciWindow> Out;
+  if (F.Bytes.size() < 0x40 || (F.Bytes[0x0E] & 0x7F) != 1) return Out;
+  uint64_t Base = RawBytes(F.Bytes, 0x24, 2), Limit = RawBytes(F.Bytes, 0x26, 2);
+  bool PrefetchableInOrder = Base != 0 && (Base & 0xFFF0) <= (Limit & 0xFFF0);
+  bool PrefetchableShown = false;
+  for (const LspciWindow &W : F.Windows) {
+    if (W.Io && (F.Bytes[0x1C] == 0 || (F.Bytes[0x1C] & 0xF0) > (F.Bytes[0x1D] & 0xF0))) continue;
+    if (!W.Io && !W.Prefetchable && RawBytes(F.Bytes, 0x20, 2) == 0) continue;
+    if (W.Prefetchable && !PrefetchableInOrder) continue;
+    PrefetchableShown |= W.Prefetchable;
+    Out.push_back(W);
+  }
+  if (PrefetchableInOrder && !PrefetchableShown) {
+    uint64_t First = (Base & 0xFFF0) << 16, Last = (Limit & 0xFFF0) << 16 | 0xFFFFF;
+    if ((Base & 0xF) == 1) {
+      First |= RawBytes(F.Bytes, 0x28, 4) << 32;
+      Last |= RawBytes(F.Bytes, 0x2C, 4) << 32;
+    }
+    Out.push_back({false, true, First, Last});
+  }
+  return Out;
+}
+
 }  // namespace qortest
 
 #endif  // QOR_TESTS_INTEGRATION_LSPCI_DECODE_H_
