@@ -329,8 +329,7 @@ Firmware::Firmware() {
   SystemTable_.RuntimeServices = &RuntimeServices_;
 
   // The image handle of the driver.
-  Handles_.push_back(std::make_unique<HandleRecord>());
-  ImageHandle_ = Handles_.back().get();
+  ImageHandle_ = NewHandle();
   gCurrent = this;
 }
 

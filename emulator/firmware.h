@@ -10,8 +10,10 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
+#include "emulator/handle_index.h"
 #include "emulator/pool.h"
 #include "emulator/variable_store.h"
 #include "platform/uefi_tables.h"
@@ -93,7 +95,13 @@ class Firmware {
                           UINT32 *DescriptorVersion);
   [[noreturn]] void ResetSystem(EFI_RESET_TYPE Type, EFI_STATUS Status, UINTN DataSize, void *Data);
 
-  void Count(const char *Service) { Counters_.Calls[Service]++; }
+  // Service names are literals: each is looked up by name once, then by its
+  // address (so the entries of Counters().Calls are never to be erased).
+  void Count(const char *Service) {
+    uint64_t *&Slot = CountSlots_[Service];
+    if (Slot == nullptr) Slot = &Counters_.Calls[Service];
+    ++*Slot;
+  }
 
  private:
   struct EventRecord {
@@ -120,6 +128,7 @@ class Firmware {
     std::vector<HandleRecord *> Pending;
   };
 
+  HandleRecord *NewHandle();
   HandleRecord *FindHandle(EFI_HANDLE Handle);
   EventRecord *FindEvent(EFI_EVENT Event);
   NotifyRecord *FindNotify(void *Registration);
@@ -141,7 +150,9 @@ class Firmware {
   EFI_TPL Tpl_ = TPL_APPLICATION;
   std::vector<std::unique_ptr<EventRecord>> Events_;
   std::vector<EventRecord *> EventQueue_;  // signalled, waiting for dispatch
-  std::vector<std::unique_ptr<HandleRecord>> Handles_;
+  std::vector<std::unique_ptr<HandleRecord>> Handles_;  // in creation order
+  HandleIndex Index_;
+  std::unordered_map<const char *, uint64_t *> CountSlots_;
   std::vector<std::unique_ptr<NotifyRecord>> Notifies_;
 
   std::vector<EFI_MEMORY_DESCRIPTOR> MemoryMap_;

@@ -16,11 +16,14 @@ bool SameGuid(const EFI_GUID &A, const EFI_GUID &B) { return std::memcmp(&A, &B,
 
 // ---------------------------------------------------------------- protocol database
 
+Firmware::HandleRecord *Firmware::NewHandle() {
+  Handles_.push_back(std::make_unique<HandleRecord>());
+  Index_.AddHandle(Handles_.back().get());
+  return Handles_.back().get();
+}
+
 Firmware::HandleRecord *Firmware::FindHandle(EFI_HANDLE Handle) {
-  for (auto &Record : Handles_) {
-    if (Record.get() == Handle) return Record.get();
-  }
-  return nullptr;
+  return Index_.HasHandle(Handle) ? static_cast<HandleRecord *>(Handle) : nullptr;
 }
 
 // A registration key is only trusted while its registration is live.
@@ -33,14 +36,7 @@ Firmware::NotifyRecord *Firmware::FindNotify(void *Registration) {
 
 std::vector<Firmware::HandleRecord *> Firmware::HandlesWith(const EFI_GUID &Guid) {
   std::vector<HandleRecord *> Out;
-  for (auto &Record : Handles_) {
-    for (auto &Entry : Record->Interfaces) {
-      if (SameGuid(Entry.Guid, Guid)) {
-        Out.push_back(Record.get());
-        break;
-      }
-    }
-  }
+  for (const void *Handle : Index_.WithProtocol(Guid)) Out.push_back(static_cast<HandleRecord *>(const_cast<void *>(Handle)));
   return Out;
 }
 
@@ -57,8 +53,7 @@ void Firmware::NotifyInstalled(HandleRecord *Handle, const EFI_GUID &Guid) {
 EFI_STATUS Firmware::InstallProtocol(EFI_HANDLE *Handle, const EFI_GUID &Guid, void *Interface) {
   HandleRecord *Record = nullptr;
   if (*Handle == nullptr) {
-    Handles_.push_back(std::make_unique<HandleRecord>());
-    Record = Handles_.back().get();
+    Record = NewHandle();
   } else {
     Record = FindHandle(*Handle);
     if (Record == nullptr) return EFI_INVALID_PARAMETER;
@@ -68,6 +63,7 @@ EFI_STATUS Firmware::InstallProtocol(EFI_HANDLE *Handle, const EFI_GUID &Guid, v
   }
   EFI_TPL Old = RaiseTpl(TPL_NOTIFY);
   Record->Interfaces.push_back({Guid, Interface});
+  Index_.Installed(Record, Guid, Interface);
   *Handle = Record;
   NotifyInstalled(Record, Guid);
   RestoreTpl(Old);
@@ -81,7 +77,9 @@ EFI_STATUS Firmware::ReinstallProtocol(EFI_HANDLE Handle, const EFI_GUID &Guid, 
   for (auto &Entry : Record->Interfaces) {
     if (SameGuid(Entry.Guid, Guid) && Entry.Interface == OldInterface) {
       EFI_TPL Old = RaiseTpl(TPL_NOTIFY);
+      Index_.Uninstalled(Record, Guid, OldInterface);
       Entry.Interface = NewInterface;
+      Index_.Installed(Record, Guid, NewInterface);
       NotifyInstalled(Record, Guid);
       RestoreTpl(Old);
       return EFI_SUCCESS;
@@ -96,6 +94,7 @@ EFI_STATUS Firmware::UninstallProtocol(EFI_HANDLE Handle, const EFI_GUID &Guid, 
   for (size_t I = 0; I < Record->Interfaces.size(); I++) {
     if (SameGuid(Record->Interfaces[I].Guid, Guid) && Record->Interfaces[I].Interface == Interface) {
       Record->Interfaces.erase(Record->Interfaces.begin() + static_cast<std::ptrdiff_t>(I));
+      Index_.Uninstalled(Record, Guid, Interface);
       for (auto &Notify : Notifies_) {
         Notify->Pending.erase(std::remove(Notify->Pending.begin(), Notify->Pending.end(), Record),
                               Notify->Pending.end());
@@ -204,12 +203,12 @@ EFI_STATUS Firmware::LocateProtocol(const EFI_GUID *Protocol, void *Registration
     }
     return EFI_NOT_FOUND;
   }
-  for (auto &Record : Handles_) {
-    for (auto &Entry : Record->Interfaces) {
-      if (SameGuid(Entry.Guid, *Protocol)) {
-        *Interface = Entry.Interface;
-        return EFI_SUCCESS;
-      }
+  const std::vector<const void *> &With = Index_.WithProtocol(*Protocol);
+  if (With.empty()) return EFI_NOT_FOUND;
+  for (auto &Entry : static_cast<const HandleRecord *>(With.front())->Interfaces) {
+    if (SameGuid(Entry.Guid, *Protocol)) {
+      *Interface = Entry.Interface;
+      return EFI_SUCCESS;
     }
   }
   return EFI_NOT_FOUND;
@@ -223,19 +222,25 @@ EFI_STATUS Firmware::LocateDevicePath(const EFI_GUID *Protocol, EFI_DEVICE_PATH_
   if (Protocol == nullptr || DevicePath == nullptr || *DevicePath == nullptr) return EFI_INVALID_PARAMETER;
   long SourceSize = DevicePathFirstInstanceBytes(*DevicePath);
   if (SourceSize < 0) return EFI_NOT_FOUND;
+  // Installed paths by length, longest first: the first length whose path
+  // prefixes the source and whose handles include one with Protocol gives
+  // the match. A second handle with an equally long match is a firmware
+  // error; the first one created wins.
+  const auto *Source = reinterpret_cast<const uint8_t *>(*DevicePath);
   HandleRecord *Best = nullptr;
   long BestSize = -1;
-  for (HandleRecord *Handle : HandlesWith(*Protocol)) {
-    for (auto &Entry : Handle->Interfaces) {
-      if (!SameGuid(Entry.Guid, gEfiDevicePathProtocolGuid) || Entry.Interface == nullptr) continue;
-      long Size = DevicePathPrefixBytes(static_cast<EFI_DEVICE_PATH_PROTOCOL *>(Entry.Interface));
-      // A second handle with an equally long match is a firmware error; the
-      // first one found wins.
-      if (Size >= 0 && Size <= SourceSize && Size > BestSize &&
-          std::memcmp(Entry.Interface, *DevicePath, static_cast<size_t>(Size)) == 0) {
-        Best = Handle;
-        BestSize = Size;
+  for (const auto &[Size, Paths] : Index_.DevicePathLengths()) {
+    if (Size > SourceSize) continue;
+    const std::vector<const void *> *Candidates = Index_.WithDevicePath(Source, Size);
+    for (size_t I = 0; Candidates != nullptr && I < Candidates->size() && Best == nullptr; I++) {
+      auto *Handle = static_cast<HandleRecord *>(const_cast<void *>((*Candidates)[I]));
+      for (auto &Entry : Handle->Interfaces) {
+        if (SameGuid(Entry.Guid, *Protocol)) Best = Handle;
       }
+    }
+    if (Best != nullptr) {
+      BestSize = Size;
+      break;
     }
   }
   if (Best == nullptr) return EFI_NOT_FOUND;

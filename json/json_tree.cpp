@@ -20,15 +20,25 @@ JSON_NODE *CreateNode(UINT32 Kind) {
   return Node;
 }
 
+// Appends Item (and any siblings it brings) at the end of Container's
+// children. The first child's Prev, which has no previous sibling to hold,
+// remembers the last child, so that an append does not walk the whole list:
+// a section appends thousands of items to one array, and the walks would
+// grow with the square of the list. Nothing reads a first child's Prev; the
+// walk goes on from it, so a list linked by hand still ends right.
 VOID AppendChild(JSON_NODE *Container, JSON_NODE *Item) {
-  if (Container->Child == nullptr) {
-    Container->Child = Item;
-    return;
+  JSON_NODE *First = Container->Child;
+  if (First == nullptr) {
+    Container->Child = First = Item;
+  } else {
+    JSON_NODE *Last = First->Prev != nullptr ? First->Prev : First;
+    while (Last->Next != nullptr) Last = Last->Next;
+    Last->Next = Item;
+    Item->Prev = Last;
   }
-  JSON_NODE *Last = Container->Child;
-  while (Last->Next != nullptr) Last = Last->Next;
-  Last->Next = Item;
-  Item->Prev = Last;
+  JSON_NODE *End = Item;
+  while (End->Next != nullptr) End = End->Next;
+  First->Prev = End;
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 
 #include "emulator/board.h"
 #include "emulator/board_json.h"
+#include "emulator/pci/bar_assignment.h"
 #include "emulator/pci/bridge_windows.h"
 #include "emulator/pci/config_builder.h"
 #include "emulator/pci/lspci_board_import.h"
@@ -299,6 +300,7 @@ std::vector<PciBarDef> ParseBars(const JsonField &Bars) {
     }
     if (auto Base = Entry.Optional("base")) {
       Bar.Base = Base->Uint();
+      Bar.AutoBase = false;
       uint64_t Top = Bar.Type == PciBarDef::Mem64 ? ~uint64_t{0} : Bar.Type == PciBarDef::Io16 ? 0xFFFF : 0xFFFFFFFF;
       if (Bar.Base % Bar.Size != 0 || Bar.Base > Top - (Bar.Size - 1)) {
         Base->Fail("a base aligned to the BAR's size and reachable by its decoder");
@@ -315,7 +317,7 @@ struct Expansion {
   unsigned NextBus = 0;
   std::set<PciLocation> *Taken = nullptr;
   std::vector<PciFunctionDef> *Out = nullptr;
-  std::set<PciLocation> *AutoWindows = nullptr;  // bridges whose windows follow the BARs below
+  BarAssignmentPlan *Plan = nullptr;  // BARs that take an assigned base, bridges whose windows follow
 };
 
 PciDeviceDescription ParseDescription(const JsonField &Entry) {
@@ -433,6 +435,17 @@ unsigned ParseDevice(const JsonField &Entry, uint8_t Bus, PciDeviceDescription *
   } catch (const std::invalid_argument &Error) {
     Entry.At("bars").Fail(Error.what());
   }
+  // BARs without a base get one from the bus driver, unless raw bytes may
+  // have set the registers themselves.
+  if (!Entry.Has("config") && !Entry.Has("patches")) {
+    uint8_t Registers = 0;
+    int Index = 0;
+    for (const PciBarDef &Bar : D.Bars) {
+      if (Bar.AutoBase) Registers |= static_cast<uint8_t>(1U << Index);
+      Index += Bar.Type == PciBarDef::Mem64 ? 2 : 1;
+    }
+    if (Registers != 0) X.Plan->Registers[F.Location()] = Registers;
+  }
   if (auto Faults = Entry.Optional("faults")) F.Faults = ParseRuntimeFaults(*Faults);
   if (auto Firmware = Entry.Optional("firmware")) F.FirmwareImages = ParseFirmwareImages(*Firmware);
   if (auto Nic = Entry.Optional("nic")) F.Nic = ParseNic(*Nic, false);
@@ -441,7 +454,7 @@ unsigned ParseDevice(const JsonField &Entry, uint8_t Bus, PciDeviceDescription *
     // Raw bytes may set the windows themselves; then only "auto" derives them.
     bool Auto = !Entry.Has("config") && !Entry.Has("patches");
     if (auto Windows = Entry.Optional("windows")) Auto = ParseBridgeWindows(*Windows, &F.Config);
-    if (Auto) X.AutoWindows->insert(F.Location());
+    if (Auto) X.Plan->DerivedWindows.insert(F.Location());
   } else if (Entry.Has("windows")) {
     Entry.At("windows").Fail("a bridge \"type\" for this member");
   }
@@ -476,7 +489,7 @@ unsigned ParseBus(const JsonField &Devices, uint8_t Bus, PciDeviceDescription *P
 
 PciHostBridge ParseHostBridge(const JsonField &Entry, size_t Index, const std::vector<PciHostBridge> &Earlier,
                               std::set<PciLocation> *Taken, std::vector<PciFunctionDef> *Out,
-                              std::set<PciLocation> *AutoWindows) {
+                              BarAssignmentPlan *Plan) {
   Entry.AllowOnly({"segment", "uid", "buses", "pcieRoot", "devices"});
   PciHostBridge Host;
   Host.Segment = Entry.Has("segment") ? U16(Entry.At("segment")) : 0;
@@ -503,7 +516,7 @@ PciHostBridge ParseHostBridge(const JsonField &Entry, size_t Index, const std::v
   X.NextBus = First + 1;
   X.Taken = Taken;
   X.Out = Out;
-  X.AutoWindows = AutoWindows;
+  X.Plan = Plan;
   unsigned Highest = First;
   if (auto Devices = Entry.Optional("devices")) Highest = ParseBus(*Devices, static_cast<uint8_t>(First), nullptr, X);
   Host.FirstBus = static_cast<uint8_t>(First);
@@ -546,7 +559,7 @@ void ParsePci(const JsonField &Pci, Board *Out) {
   Pci.AllowOnly({"import", "hostBridges", "functions", "rootBridges", "nicDb"});
   PciDef Def;
   std::set<PciLocation> Taken;
-  std::set<PciLocation> AutoWindows;
+  BarAssignmentPlan Plan;
   if (auto Functions = Pci.Optional("functions")) {
     for (const JsonField &Entry : Functions->Elements()) {
       PciFunctionDef F = ParseFlatFunction(Entry);
@@ -562,11 +575,12 @@ void ParsePci(const JsonField &Pci, Board *Out) {
     for (size_t I = 0; I < Elements.size(); I++) {
       size_t Index = Def.HostBridges.size();
       Def.HostBridges.push_back(
-          ParseHostBridge(Elements[I], Index, Def.HostBridges, &Taken, &Def.Functions, &AutoWindows));
+          ParseHostBridge(Elements[I], Index, Def.HostBridges, &Taken, &Def.Functions, &Plan));
     }
+    AssignBarBases(Def.HostBridges, Plan, &Def.Functions);
     std::vector<size_t> Auto;
     for (size_t I = 0; I < Def.Functions.size(); I++) {
-      if (AutoWindows.count(Def.Functions[I].Location()) != 0) Auto.push_back(I);
+      if (Plan.DerivedWindows.count(Def.Functions[I].Location()) != 0) Auto.push_back(I);
     }
     AssignBridgeWindows(Auto, &Def.Functions);
   }
@@ -584,17 +598,17 @@ void ParsePci(const JsonField &Pci, Board *Out) {
 std::vector<PciFunctionDef> ParsePciDomain(const JsonField &Devices, uint8_t FirstBus, uint8_t LastBus) {
   std::vector<PciFunctionDef> Out;
   std::set<PciLocation> Taken;
-  std::set<PciLocation> AutoWindows;
+  BarAssignmentPlan Plan;  // behind a VMD BARs keep the bases the board gives
   Expansion X;
   X.LastBus = LastBus;
   X.NextBus = FirstBus + 1u;
   X.Taken = &Taken;
   X.Out = &Out;
-  X.AutoWindows = &AutoWindows;
+  X.Plan = &Plan;
   ParseBus(Devices, FirstBus, nullptr, X);
   std::vector<size_t> Auto;
   for (size_t I = 0; I < Out.size(); I++) {
-    if (AutoWindows.count(Out[I].Location()) != 0) Auto.push_back(I);
+    if (Plan.DerivedWindows.count(Out[I].Location()) != 0) Auto.push_back(I);
   }
   AssignBridgeWindows(Auto, &Out);
   return Out;

@@ -1,10 +1,12 @@
 #include "emulator/pci/bridge_windows.h"
 
 #include <algorithm>
+#include <map>
 #include <optional>
 #include <string>
 
 #include "emulator/board_json.h"
+#include "emulator/pci/bar_registers.h"
 #include "emulator/pci/board_pci.h"
 
 namespace qor::emu {
@@ -27,11 +29,6 @@ struct Range {
 
 void Put(std::vector<uint8_t> *Config, size_t Offset, uint64_t Value, int Bytes) {
   for (int I = 0; I < Bytes; I++) (*Config)[Offset + I] = static_cast<uint8_t>(Value >> (8 * I));
-}
-
-uint32_t Dword(const std::vector<uint8_t> &Config, size_t Offset) {
-  return Config[Offset] | Config[Offset + 1] << 8 | Config[Offset + 2] << 16 |
-         static_cast<uint32_t>(Config[Offset + 3]) << 24;
 }
 
 void WriteIo(std::vector<uint8_t> *Config, uint64_t First, uint64_t Last) {
@@ -87,30 +84,28 @@ bool ParseBridgeWindows(const JsonField &Windows, std::vector<uint8_t> *Config) 
 }
 
 void AssignBridgeWindows(const std::vector<size_t> &Auto, std::vector<PciFunctionDef> *Functions) {
+  // The BARs of each bus, so a bridge reads only the buses below it.
+  std::map<std::pair<uint16_t, unsigned>, std::vector<BarRegister>> BarsOnBus;
+  for (const PciFunctionDef &F : *Functions) {
+    std::vector<BarRegister> &On = BarsOnBus[{F.Segment, F.Bus}];
+    for (const BarRegister &Bar : BarsOf(F)) On.push_back(Bar);
+  }
   for (size_t Index : Auto) {
     PciFunctionDef &Bridge = (*Functions)[Index];
     uint8_t Secondary = Bridge.Config[0x19], Subordinate = Bridge.Config[0x1A];
     Range Io, Memory, Prefetchable;
-    for (const PciFunctionDef &F : *Functions) {
-      if (F.Segment != Bridge.Segment || F.Bus < Secondary || F.Bus > Subordinate) continue;
-      uint8_t Layout = F.Config[0x0E] & 0x7F;
-      int Registers = Layout == 0 ? 6 : Layout == 1 ? 2 : 0;
-      for (int I = 0; I < Registers; I++) {
-        uint32_t Low = Dword(F.Config, 0x10 + 4 * I);
-        uint64_t Size = F.Bars.Size[I];
-        bool Wide = (Low & 1) == 0 && ((Low >> 1) & 3) == 2 && (I + 1 < Registers || Layout == 0);
-        uint64_t Base = (Low & 1) != 0 ? Low & ~uint64_t{3} : Low & ~uint64_t{0xF};
-        if (Wide) Base |= uint64_t{Dword(F.Config, 0x10 + 4 * (I + 1))} << 32;
-        if (Size != 0 && Base != 0) {
-          if ((Low & 1) != 0) {
-            Io.Add(Base, Size);
-          } else if ((Low & 0x8) != 0) {
-            Prefetchable.Add(Base, Size);
-          } else if (Base + Size <= k4G) {  // a non-prefetchable window decodes 32 bits only
-            Memory.Add(Base, Size);
-          }
+    auto First = BarsOnBus.lower_bound({Bridge.Segment, Secondary});
+    auto Last = BarsOnBus.upper_bound({Bridge.Segment, Subordinate});
+    for (auto It = First; Secondary <= Subordinate && It != Last; ++It) {
+      for (const BarRegister &Bar : It->second) {
+        if (Bar.Base == 0) continue;
+        if (Bar.Io) {
+          Io.Add(Bar.Base, Bar.Size);
+        } else if (Bar.Prefetchable && Bar.Wide) {
+          Prefetchable.Add(Bar.Base, Bar.Size);
+        } else if (Bar.Base + Bar.Size <= k4G) {  // the memory window decodes 32 bits only
+          Memory.Add(Bar.Base, Bar.Size);
         }
-        if (Wide) I++;
       }
     }
     auto Down = [](uint64_t Value, uint64_t Granule) { return Value & ~(Granule - 1); };

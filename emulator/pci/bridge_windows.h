@@ -2,8 +2,11 @@
 // would program them: unless a bridge says otherwise ("windows"), its I/O,
 // memory and prefetchable windows are opened just wide enough for the BARs
 // of every function on its secondary to subordinate buses (I/O in 4 KiB,
-// memory in 1 MiB granules; the prefetchable window decodes 64 bits). A
-// window with nothing to forward stays closed (base above limit).
+// memory in 1 MiB granules). The prefetchable window decodes 64 bits and
+// forwards the 64-bit prefetchable BARs; 32-bit prefetchable BARs go through
+// the memory window, as bus drivers place them when the prefetchable window
+// is a 64-bit one (so that window never has to reach below 4 GiB). A window
+// with nothing to forward stays closed (base above limit).
 #ifndef QOR_EMULATOR_PCI_BRIDGE_WINDOWS_H_
 #define QOR_EMULATOR_PCI_BRIDGE_WINDOWS_H_
 

@@ -43,6 +43,7 @@ struct PciBarDef {
   uint64_t Size = 0;
   bool Prefetchable = false;
   uint64_t Base = 0;  // 0: not assigned
+  bool AutoBase = true;  // the board left the base out: the bus driver assigns one
 };
 
 struct PciDeviceDescription {

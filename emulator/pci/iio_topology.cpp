@@ -40,25 +40,26 @@ uint8_t SlotOf(const PciFunction &Function) {
 }
 
 // Level bytes of the switches below the root port at Index: a level exists
-// when an upstream port sits below a port of the level above.
-std::array<uint8_t, 3> SwitchLevelsBelow(const std::vector<EnumeratedFunction> &Functions, size_t Index) {
+// when an upstream port sits below a port of the level above. Children
+// lists each function's children by index.
+std::array<uint8_t, 3> SwitchLevelsBelow(const std::vector<EnumeratedFunction> &Functions,
+                                         const std::vector<std::vector<size_t>> &Children, size_t Index) {
   std::array<uint8_t, 3> Levels{};
-  std::set<int> Above = {static_cast<int>(Index)};
-  for (int Level = 0; Level < kSwitchLevels; Level++) {
-    std::set<int> Upstream;
-    for (size_t I = 0; I < Functions.size(); I++) {
-      if (Above.count(Functions[I].Parent) != 0 && PortType(*Functions[I].Function) == kUpstreamPort) {
-        Upstream.insert(static_cast<int>(I));
+  std::vector<size_t> Above = {Index};
+  auto Below = [&](const std::vector<size_t> &Parents, uint8_t Type) {
+    std::vector<size_t> Out;
+    for (size_t Parent : Parents) {
+      for (size_t Child : Children[Parent]) {
+        if (PortType(*Functions[Child].Function) == Type) Out.push_back(Child);
       }
     }
+    return Out;
+  };
+  for (int Level = 0; Level < kSwitchLevels; Level++) {
+    std::vector<size_t> Upstream = Below(Above, kUpstreamPort);
     if (Upstream.empty()) break;
     Levels[Level] = static_cast<uint8_t>(1 | kNodesPerSwitch << 1);
-    Above.clear();
-    for (size_t I = 0; I < Functions.size(); I++) {
-      if (Upstream.count(Functions[I].Parent) != 0 && PortType(*Functions[I].Function) == kDownstreamPort) {
-        Above.insert(static_cast<int>(I));
-      }
-    }
+    Above = Below(Upstream, kDownstreamPort);
   }
   return Levels;
 }
@@ -147,6 +148,11 @@ std::vector<QOR_IIO_TOPOLOGY_ENTRY> DeriveIioTopology(const std::vector<PciFunct
   for (const auto &[Location, Def] : Annotations) {
     if (Def->Port) Taken[Def->Socket.value_or(0)].insert(*Def->Port);
   }
+  std::vector<std::vector<size_t>> Children(Functions.size());
+  for (size_t I = 0; I < Functions.size(); I++) {
+    int Parent = Functions[I].Parent;
+    if (Parent >= 0 && static_cast<size_t>(Parent) < Functions.size()) Children[static_cast<size_t>(Parent)].push_back(I);
+  }
   std::vector<QOR_IIO_TOPOLOGY_ENTRY> Out;
   for (size_t I = 0; I < Functions.size(); I++) {
     const PciFunction &Function = *Functions[I].Function;
@@ -175,7 +181,7 @@ std::vector<QOR_IIO_TOPOLOGY_ENTRY> DeriveIioTopology(const std::vector<PciFunct
     E.LastBus = Def.Buses ? Def.Buses->second : Function.Bytes()[0x1A];
     E.Device = At.Device;
     E.Function = At.Function;
-    std::array<uint8_t, 3> Levels = Def.SwitchLevels.value_or(SwitchLevelsBelow(Functions, I));
+    std::array<uint8_t, 3> Levels = Def.SwitchLevels.value_or(SwitchLevelsBelow(Functions, Children, I));
     std::copy(Levels.begin(), Levels.end(), E.SwitchLevel);
     Out.push_back(E);
   }

@@ -188,6 +188,9 @@ std::string WriteLspciDump(std::vector<DumpedFunction> Functions) {
   bool WithDomain = std::any_of(Functions.begin(), Functions.end(),
                                 [](const DumpedFunction &F) { return F.Location.Segment != 0; });
   std::string Out;
+  size_t Bytes = 0;
+  for (const DumpedFunction &F : Functions) Bytes += F.Config.size();
+  Out.reserve(Bytes / kRowBytes * (4 + 3 * kRowBytes + 1) + Functions.size() * 64);
   char Text[64];
   for (const DumpedFunction &F : Functions) {
     auto Byte = [&F](size_t At) -> unsigned { return At < F.Config.size() ? F.Config[At] : 0xFF; };
@@ -200,13 +203,21 @@ std::string WriteLspciDump(std::vector<DumpedFunction> Functions) {
       Out += Text;
     }
     Out += '\n';
+    // Every boot writes the whole space (4 KiB a function): hex digits by
+    // table, not by a formatted print per byte.
+    static const char kDigits[] = "0123456789abcdef";
     for (size_t At = 0; At + kRowBytes <= F.Config.size(); At += kRowBytes) {
-      std::snprintf(Text, sizeof(Text), "%02zx:", At);
-      Out += Text;
+      if (At >= 0x100) Out += kDigits[At >> 8];
+      Out += kDigits[(At >> 4) & 0xF];
+      Out += '0';
+      Out += ':';
+      char Row[kRowBytes * 3];
       for (size_t I = 0; I < kRowBytes; I++) {
-        std::snprintf(Text, sizeof(Text), " %02x", F.Config[At + I]);
-        Out += Text;
+        Row[3 * I] = ' ';
+        Row[3 * I + 1] = kDigits[F.Config[At + I] >> 4];
+        Row[3 * I + 2] = kDigits[F.Config[At + I] & 0xF];
       }
+      Out.append(Row, sizeof(Row));
       Out += '\n';
     }
     Out += '\n';

@@ -135,8 +135,10 @@ uint8_t PciFunction::ByteAt(uint32_t Offset) const {
 }
 
 std::vector<uint8_t> PciFunction::View() const {
+  if (Faults_.AllOnes) return std::vector<uint8_t>(Config_.size(), 0xFF);
+  if (!Faults_.MirrorExtendedSpace) return Config_;  // the common case, without a byte-by-byte view
   std::vector<uint8_t> Out(Config_.size());
-  for (uint32_t I = 0; I < Out.size(); I++) Out[I] = Faults_.AllOnes ? 0xFF : ByteAt(I);
+  for (uint32_t I = 0; I < Out.size(); I++) Out[I] = ByteAt(I);
   return Out;
 }
 

@@ -154,6 +154,41 @@ TEST_F(JsonTree, BufferedModeWritesTheSameTextAndGrowsByPowersOfTwo) {
   EXPECT_EQ(Before - Live(), 1u);
 }
 
+// Appends to several containers in turn, as the sections build their lists
+// (fill an item's objects, append it to the list), and an item that brings
+// a sibling of its own: every list keeps its append order and every later
+// child's Prev is its previous sibling.
+TEST_F(JsonTree, AppendsKeepTheirOrderWhenContainersTakeTurns) {
+  JSON_NODE *List = JsonCreateArray(), *Every3rd = JsonCreateArray();
+  std::string Expected = "[", Expected3rd = "[";
+  for (int I = 0; I < 100; I++) {
+    JSON_NODE *Item = JsonCreateObject(), *Detail = JsonCreateObject();
+    JsonAddItemToObject(Detail, "a", JsonCreateNumber(I));
+    JsonAddItemToObject(Detail, "b", JsonCreateNumber(-I));
+    JsonAddItemToObject(Item, "Detail", Detail);
+    JsonAddItemToArray(List, Item);
+    Expected += std::string(I == 0 ? "" : ",") + "{\"Detail\":{\"a\":" + std::to_string(I) + ",\"b\":" + std::to_string(-I) + "}}";
+    if (I % 3 == 0) {
+      JsonAddItemToArray(Every3rd, JsonCreateNumber(I));
+      Expected3rd += std::string(I == 0 ? "" : ",") + std::to_string(I);
+    }
+  }
+  JSON_NODE *Brought = JsonCreateNumber(1000), *Sibling = JsonCreateNumber(1001);
+  Brought->Next = Sibling;
+  Sibling->Prev = Brought;
+  JsonAddItemToArray(Every3rd, Brought);
+  JsonAddItemToArray(Every3rd, JsonCreateNumber(1002));
+  EXPECT_EQ(Print(List, false), Expected + "]");
+  EXPECT_EQ(Print(Every3rd, false), Expected3rd + ",1000,1001,1002]");
+  for (JSON_NODE *Container : {List, Every3rd}) {
+    for (JSON_NODE *Child = Container->Child; Child->Next != nullptr; Child = Child->Next) {
+      EXPECT_EQ(Child->Next->Prev, Child);
+    }
+  }
+  JsonDelete(List);
+  JsonDelete(Every3rd);
+}
+
 TEST_F(JsonTree, EveryFailedAllocationYieldsNoneAndLeavesNothingHeld) {
   const uint64_t Before = Live();
   FailAllocationFromNow(2);  // the node is allocated, its text is not

@@ -165,7 +165,7 @@ TEST_F(PciResourceWalk, EachSixtyFourBitBarTakesTwoSlotsSoTheWalkStopsAtTheSixth
 TEST_F(PciResourceWalk, IoBarsOf16BitDecodersGetTheirUpperHalfAndLoseTheirLowNibble) {
   StartTraced(R"({"hostBridges": [{"buses": [0, 3], "devices": [{"device": 2, "vendorId": "0x1AB4", "bars": [
       {"type": "io16", "size": 16, "base": "0x3000"}, {"type": "io", "size": 32, "base": "0x2000"},
-      {"type": "io", "size": 4, "base": "0x5004"}, {"type": "io", "size": 4}]}]}]})");
+      {"type": "io", "size": 4, "base": "0x5004"}, {"type": "io", "size": 4, "base": 0}]}]}]})");
   Collect();
   std::vector<PCI_RES_INFO> R = RecordsOf(0, 2);
   ASSERT_EQ(R.size(), 3u);
