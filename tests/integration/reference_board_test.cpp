@@ -98,7 +98,7 @@ TEST_F(ReferenceBoardBoot, SendsTheCompleteDocumentBeforeTheLateTriggerAndItMatc
   EXPECT_TRUE(WIFEXITED(Status) && WEXITSTATUS(Status) == 0) << Report;
 }
 
-// Part of the walk's rules: its exclusion table (0xFFFF matches any
+// The walk's own tables: its exclusion table (0xFFFF matches any
 // subsystem id) and its multi-function card table.
 struct Ids {
   uint16_t Vendor, Device, SubVendor, SubDevice;
