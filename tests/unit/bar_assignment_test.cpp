@@ -1,7 +1,7 @@
 // BARs a board leaves without a base get one as a bus driver assigns it,
 // and the bridges' windows then follow them. Each case reads the registers
-// the board's functions end up with and decodes them as the PCI-to-PCI
-// bridge specification says.
+// the board's functions end up with and decodes them by the PCI-to-PCI
+// bridge register layout.
 #include <gtest/gtest.h>
 
 #include <string>
