@@ -18,15 +18,11 @@ namespace {
 
 qor::tool::BoardShape ShapeOf(int64_t Functions) { return {static_cast<uint32_t>(Functions), 4, 64, 1000}; }
 
-// Seconds per boot of each size measured so far in this run.
-std::map<int64_t, double> &SecondsPerBoot() {
-  static std::map<int64_t, double> Seconds;
-  return Seconds;
-}
-
-void BM_BootGeneratedBoard(benchmark::State &State) {
-  const int64_t Functions = State.range(0);
-  qor::emu::Board Board = qor::emu::ParseBoard(qor::tool::GenerateBoard(ShapeOf(Functions)));
+// Boots Board once per iteration and returns the last boot. Measured holds
+// the seconds per boot of each size run so far (the benchmark's argument);
+// time_ratio is this size's time over that of half this size.
+qor::emu::BootResult BootRepeatedly(benchmark::State &State, const qor::emu::Board &Board,
+                                    std::map<int64_t, double> *Measured) {
   qor::emu::BootResult Last;
   auto Start = std::chrono::steady_clock::now();
   for (auto _ : State) {
@@ -35,9 +31,18 @@ void BM_BootGeneratedBoard(benchmark::State &State) {
   }
   double Seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - Start).count() /
                    static_cast<double>(State.iterations());
-  SecondsPerBoot()[Functions] = Seconds;
-  auto Half = SecondsPerBoot().find(Functions / 2);
-  if (Half != SecondsPerBoot().end()) State.counters["time_ratio"] = Seconds / Half->second;
+  const int64_t Size = State.range(0);
+  (*Measured)[Size] = Seconds;
+  auto Half = Measured->find(Size / 2);
+  if (Half != Measured->end()) State.counters["time_ratio"] = Seconds / Half->second;
+  return Last;
+}
+
+void BM_BootGeneratedBoard(benchmark::State &State) {
+  const int64_t Functions = State.range(0);
+  qor::emu::Board Board = qor::emu::ParseBoard(qor::tool::GenerateBoard(ShapeOf(Functions)));
+  static std::map<int64_t, double> Measured;
+  qor::emu::BootResult Last = BootRepeatedly(State, Board, &Measured);
   double N = static_cast<double>(Functions);
   State.counters["reads_per_function"] = static_cast<double>(Last.PciConfigReads) / N;
   State.counters["writes_per_function"] = static_cast<double>(Last.PciConfigWrites) / N;
@@ -55,18 +60,8 @@ void BM_BootGeneratedMemoryMap(benchmark::State &State) {
   const int64_t Descriptors = State.range(0);
   qor::emu::Board Board =
       qor::emu::ParseBoard(qor::tool::GenerateBoard({64, 4, 64, static_cast<uint32_t>(Descriptors)}));
-  qor::emu::BootResult Last;
-  auto Start = std::chrono::steady_clock::now();
-  for (auto _ : State) {
-    Last = qor::emu::RunBoot(Board);
-    benchmark::DoNotOptimize(Last.Uploads.size());
-  }
-  double Seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - Start).count() /
-                   static_cast<double>(State.iterations());
   static std::map<int64_t, double> Measured;
-  Measured[Descriptors] = Seconds;
-  auto Half = Measured.find(Descriptors / 2);
-  if (Half != Measured.end()) State.counters["time_ratio"] = Seconds / Half->second;
+  qor::emu::BootResult Last = BootRepeatedly(State, Board, &Measured);
   State.counters["bytes_allocated"] = static_cast<double>(Last.Pool.BytesAllocated);
 }
 BENCHMARK(BM_BootGeneratedMemoryMap)->Arg(250)->Arg(500)->Arg(1000)->Arg(2000)->Arg(4000)->Unit(benchmark::kMillisecond);
