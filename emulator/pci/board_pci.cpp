@@ -578,11 +578,7 @@ void ParsePci(const JsonField &Pci, Board *Out) {
           ParseHostBridge(Elements[I], Index, Def.HostBridges, &Taken, &Def.Functions, &Plan));
     }
     AssignBarBases(Def.HostBridges, Plan, &Def.Functions);
-    std::vector<size_t> Auto;
-    for (size_t I = 0; I < Def.Functions.size(); I++) {
-      if (Plan.DerivedWindows.count(Def.Functions[I].Location()) != 0) Auto.push_back(I);
-    }
-    AssignBridgeWindows(Auto, &Def.Functions);
+    AssignBridgeWindows(Plan.DerivedWindows, &Def.Functions);
   }
   auto Bridges = Pci.Optional("rootBridges");
   if (Bridges && !Bridges->IsNull()) {
@@ -606,11 +602,7 @@ std::vector<PciFunctionDef> ParsePciDomain(const JsonField &Devices, uint8_t Fir
   X.Out = &Out;
   X.Plan = &Plan;
   ParseBus(Devices, FirstBus, nullptr, X);
-  std::vector<size_t> Auto;
-  for (size_t I = 0; I < Out.size(); I++) {
-    if (Plan.DerivedWindows.count(Out[I].Location()) != 0) Auto.push_back(I);
-  }
-  AssignBridgeWindows(Auto, &Out);
+  AssignBridgeWindows(Plan.DerivedWindows, &Out);
   return Out;
 }
 

@@ -83,7 +83,11 @@ bool ParseBridgeWindows(const JsonField &Windows, std::vector<uint8_t> *Config) 
   return false;
 }
 
-void AssignBridgeWindows(const std::vector<size_t> &Auto, std::vector<PciFunctionDef> *Functions) {
+void AssignBridgeWindows(const std::set<PciLocation> &Derived, std::vector<PciFunctionDef> *Functions) {
+  std::vector<size_t> Auto;
+  for (size_t I = 0; I < Functions->size(); I++) {
+    if (Derived.count((*Functions)[I].Location()) != 0) Auto.push_back(I);
+  }
   // The BARs of each bus, so a bridge reads only the buses below it.
   std::map<std::pair<uint16_t, unsigned>, std::vector<BarRegister>> BarsOnBus;
   for (const PciFunctionDef &F : *Functions) {

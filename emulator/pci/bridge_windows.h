@@ -12,7 +12,10 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <set>
 #include <vector>
+
+#include "emulator/pci/pci_bus.h"
 
 namespace qor::emu {
 
@@ -25,9 +28,9 @@ struct PciFunctionDef;
 // windows are to be derived.
 bool ParseBridgeWindows(const JsonField &Windows, std::vector<uint8_t> *Config);
 
-// Opens the windows of the bridges listed in Auto (indices into Functions)
-// from the BARs below them.
-void AssignBridgeWindows(const std::vector<size_t> &Auto, std::vector<PciFunctionDef> *Functions);
+// Opens the windows of the bridges of Functions whose locations are in
+// Derived from the BARs below them.
+void AssignBridgeWindows(const std::set<PciLocation> &Derived, std::vector<PciFunctionDef> *Functions);
 
 }  // namespace qor::emu
 
